@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: Apache-2.0
+// The layout of every public record, which other programs copy whole: size and offset of each field.
+#include <cstddef>
+
+#include "orva_vpdd.h"
+
+static_assert(sizeof(SpdInfo) == 400);
+static_assert(offsetof(SpdInfo, description) == 0);
+static_assert(offsetof(SpdInfo, part_number) == 17);
+static_assert(offsetof(SpdInfo, serial_number) == 48);
+static_assert(offsetof(SpdInfo, udi_part_number) == 73);
+static_assert(offsetof(SpdInfo, mfg_id) == 85);
+static_assert(offsetof(SpdInfo, device_type) == 118);
+static_assert(offsetof(SpdInfo, module_type) == 139);
+static_assert(offsetof(SpdInfo, sdram_freq_string) == 156);
+static_assert(offsetof(SpdInfo, vendor_product_id) == 190);
+static_assert(offsetof(SpdInfo, module_vendor_id) == 192);
+static_assert(offsetof(SpdInfo, subsys_vendor_id) == 194);
+static_assert(offsetof(SpdInfo, subsys_device_id) == 196);
+static_assert(offsetof(SpdInfo, sdram_row_bits) == 198);
+static_assert(offsetof(SpdInfo, sdram_col_bits) == 199);
+static_assert(offsetof(SpdInfo, module_voltage) == 200);
+static_assert(offsetof(SpdInfo, module_ranks) == 201);
+static_assert(offsetof(SpdInfo, device_width) == 202);
+static_assert(offsetof(SpdInfo, module_bus_width) == 204);
+static_assert(offsetof(SpdInfo, fine_timebase) == 208);
+static_assert(offsetof(SpdInfo, medium_timebase) == 212);
+static_assert(offsetof(SpdInfo, sdram_frequency) == 216);
+static_assert(offsetof(SpdInfo, sdram_clock) == 220);
+static_assert(offsetof(SpdInfo, cas_latencies_supports) == 224);
+static_assert(offsetof(SpdInfo, cas_latency) == 356);
+static_assert(offsetof(SpdInfo, crc) == 360);
+static_assert(offsetof(SpdInfo, mfg_week) == 364);
+static_assert(offsetof(SpdInfo, mfg_year) == 368);
+static_assert(offsetof(SpdInfo, ram_size) == 372);
+static_assert(offsetof(SpdInfo, speed_in_MBpsec) == 376);
+static_assert(offsetof(SpdInfo, ecc_bits) == 380);
+static_assert(offsetof(SpdInfo, config_speed) == 384);
+static_assert(offsetof(SpdInfo, AEP_Flag) == 388);
+static_assert(offsetof(SpdInfo, smbios_size) == 392);
+static_assert(offsetof(SpdInfo, smbios_speed) == 396);
+
+static_assert(sizeof(OemCpuRecord) == 776);
+static_assert(offsetof(OemCpuRecord, index) == 0);
+static_assert(offsetof(OemCpuRecord, text) == 4);
+static_assert(offsetof(OemCpuRecord, raw_length) == 708);
+static_assert(offsetof(OemCpuRecord, raw) == 712);
+
+static_assert(sizeof(PsuFwVersion) == 24);
+static_assert(offsetof(PsuFwVersion, primary) == 0);
+static_assert(offsetof(PsuFwVersion, secondary) == 12);
+
+static_assert(sizeof(ComponentVpdRecord) == 1512);
+static_assert(offsetof(ComponentVpdRecord, reserved_0) == 0);
+static_assert(offsetof(ComponentVpdRecord, fru_id) == 1);
+static_assert(offsetof(ComponentVpdRecord, next_fru_id) == 2);
+static_assert(offsetof(ComponentVpdRecord, board_extra) == 3);
+static_assert(offsetof(ComponentVpdRecord, name) == 16);
+static_assert(offsetof(ComponentVpdRecord, reserved_102) == 102);
+static_assert(offsetof(ComponentVpdRecord, ppin) == 103);
+static_assert(offsetof(ComponentVpdRecord, serial_number) == 113);
+static_assert(offsetof(ComponentVpdRecord, mfg_id) == 138);
+static_assert(offsetof(ComponentVpdRecord, mfg_date) == 169);
+static_assert(offsetof(ComponentVpdRecord, part_number) == 180);
+static_assert(offsetof(ComponentVpdRecord, product_version) == 211);
+static_assert(offsetof(ComponentVpdRecord, entity_id) == 276);
+static_assert(offsetof(ComponentVpdRecord, entity_instance) == 277);
+static_assert(offsetof(ComponentVpdRecord, reserved_278) == 278);
+static_assert(offsetof(ComponentVpdRecord, spd_info) == 280);
+static_assert(offsetof(ComponentVpdRecord, crc) == 680);
+static_assert(offsetof(ComponentVpdRecord, is_cached) == 684);
+static_assert(offsetof(ComponentVpdRecord, reserved_685) == 685);
+static_assert(offsetof(ComponentVpdRecord, status) == 688);
+static_assert(offsetof(ComponentVpdRecord, reserved_692) == 692);
+static_assert(offsetof(ComponentVpdRecord, timestamp) == 696);
+static_assert(offsetof(ComponentVpdRecord, vpd_format) == 704);
+static_assert(offsetof(ComponentVpdRecord, oem_cpu) == 708);
+static_assert(offsetof(ComponentVpdRecord, oem_cpu.text[3]) == 904);
+static_assert(offsetof(ComponentVpdRecord, psu_fw) == 1484);
+static_assert(offsetof(ComponentVpdRecord, ppin_dump) == 1508);
+
+static_assert(sizeof(FruLocatorCopy) == 28);
+static_assert(offsetof(FruLocatorCopy, access_address) == 0);
+static_assert(offsetof(FruLocatorCopy, fru_device_id) == 1);
+static_assert(offsetof(FruLocatorCopy, access_lun_bus) == 2);
+static_assert(offsetof(FruLocatorCopy, channel) == 3);
+static_assert(offsetof(FruLocatorCopy, reserved) == 4);
+static_assert(offsetof(FruLocatorCopy, device_type) == 5);
+static_assert(offsetof(FruLocatorCopy, device_type_modifier) == 6);
+static_assert(offsetof(FruLocatorCopy, entity_id) == 7);
+static_assert(offsetof(FruLocatorCopy, entity_instance) == 8);
+static_assert(offsetof(FruLocatorCopy, oem) == 9);
+static_assert(offsetof(FruLocatorCopy, id_string_type_length) == 10);
+static_assert(offsetof(FruLocatorCopy, id_string) == 11);
+
+static_assert(offsetof(ComponentVpdNode, prev) == 0);
+static_assert(offsetof(ComponentVpdNode, next) == sizeof(void*));
+static_assert(offsetof(ComponentVpdNode, locator) == 2 * sizeof(void*));
+static_assert(offsetof(ComponentVpdNode, record) % 8 == 0);
+static_assert(offsetof(ComponentVpdList, head) == 0);
+static_assert(offsetof(ComponentVpdList, tail) == sizeof(void*));
+
+static_assert(sizeof(ComponentRequest) == 8);
+static_assert(offsetof(ComponentRequest, fru_id) == 0);
+static_assert(offsetof(ComponentRequest, probe) == 4);
+
+static_assert(offsetof(IpmiRequest, request) == 0);
+static_assert(offsetof(IpmiRequest, response) == sizeof(void*));
+static_assert(offsetof(IpmiRequest, request_length) == 2 * sizeof(void*));
+static_assert(offsetof(IpmiRequest, response_length) == 2 * sizeof(void*) + 4);
+static_assert(offsetof(IpmiRequest, netfn) == 2 * sizeof(void*) + 8);
+static_assert(offsetof(IpmiRequest, cmd) == 2 * sizeof(void*) + 9);
+
+static_assert(offsetof(FruAreaPointers, multirecord) == 3 * sizeof(void*));
+static_assert(offsetof(FruField, type) == 0);
+static_assert(offsetof(FruField, length) == 1);
+static_assert(offsetof(FruField, data) == sizeof(void*));
+
+static_assert(sizeof(DimmTypeRow) == 2 * sizeof(void*));
+static_assert(offsetof(Jep106Row, name) == sizeof(void*));
+static_assert(offsetof(DimmFrequencyRow, high) == 4);
+static_assert(offsetof(DimmFrequencyRow, text) == 8);
+static_assert(sizeof(CasLatencyMaskRow) == 24);
+
+static_assert(offsetof(SmbiosEntry, raw) == 0);
+static_assert(offsetof(SmbiosEntry, next) == sizeof(void*));
+static_assert(offsetof(SmbiosTypeGroup, type) == 0);
+static_assert(offsetof(SmbiosTypeGroup, count) == 1);
+static_assert(offsetof(SmbiosTypeGroup, entries) == sizeof(void*));
+static_assert(offsetof(SmbiosTypeGroup, next) == 2 * sizeof(void*));
+static_assert(offsetof(SmbiosTable, groups) == 0);

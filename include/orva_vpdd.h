@@ -1,0 +1,577 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+/**
+ * @file orva_vpdd.h
+ * @brief Vital product data of a managed server: the public interface of liborva_vpdd.so.
+ *
+ * Conventions
+ * -----------
+ * Result codes. Unless a function says otherwise an `int` result is 0 for success and negative for a failure: -1 a bad
+ * argument or a general failure, -3 SDR repository unreadable, -4/-5 cache not created, -7 no such FRU record, -9 FRU
+ * read failure. 203 (VPDD_IPMI_NOT_PRESENT) reports IPMI completion code 0xCB, "requested data not present".
+ *
+ * Memory. Callers own the buffers they pass in and receive copies. What a function allocates for its caller comes from
+ * `malloc` and is released with `free`, or with the release function that its description names. The component list and
+ * its records belong to the library.
+ *
+ * Texts. Text fields in records have a fixed size, are zero-filled and end with a NUL inside the field. Numbers in records
+ * stand in the processor's byte order (little-endian on every supported target).
+ *
+ * Threads. Functions over caller buffers may run on any thread at once. Functions that use shared state say which mutex
+ * guards it. Lock order: an outer "readonly" mutex before `compvpd_access_mutex`, `g_list_access_mutex` only inside it.
+ *
+ * Layout. Records have the same layout on 32-bit ARM and on 64-bit Linux; only structures that hold pointers differ.
+ */
+#ifndef ORVA_VPDD_H
+#define ORVA_VPDD_H
+
+#include <pthread.h>
+#include <stdint.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#pragma GCC visibility push(default)
+
+/** Result of a request that the BMC answered with completion code 0xCB: requested data not present. */
+#define VPDD_IPMI_NOT_PRESENT 203
+
+/* ---- Records ---------------------------------------------------------------------------------------------------- */
+
+/** Decoded Serial Presence Detect data of one memory module, 400 bytes. */
+typedef struct SpdInfo {
+    char description[17];             /**< free text, not set by the SPD decoders */
+    char part_number[31];             /**< module part number */
+    char serial_number[25];           /**< 18 hex digits: maker, location, date, serial number, in SPD order */
+    char udi_part_number[12];         /**< 7 raw bytes of the end-user area */
+    char mfg_id[33];                  /**< module manufacturer, JEP106 name */
+    char device_type[21];             /**< "DDR3", "DDR4", "DDR5", "NVM", "NVDIMM-N" or "Intel Optane PMem" */
+    char module_type[17];             /**< "RDIMM", "UDIMM", ... */
+    char sdram_freq_string[33];       /**< e.g. "DDR4-2400 (1200 MHz clock)"; DDR3 and DDR4 only */
+    uint16_t vendor_product_id;       /**< DDR4 and NVM only */
+    uint16_t module_vendor_id;        /**< module manufacturer id word */
+    uint16_t subsys_vendor_id;        /**< DDR4 path only */
+    uint16_t subsys_device_id;        /**< DDR4 path only */
+    uint8_t sdram_row_bits;           /**< not set by the decoders */
+    uint8_t sdram_col_bits;           /**< not set by the decoders */
+    uint8_t module_voltage;           /**< raw voltage byte */
+    uint8_t module_ranks;             /**< DDR3/DDR4: rank code (ranks - 1); DDR5: ranks */
+    uint8_t device_width;             /**< not set by the decoders */
+    uint32_t module_bus_width;        /**< primary bus width in bits */
+    float fine_timebase;              /**< ns (DDR3: ps) */
+    float medium_timebase;            /**< ns */
+    int32_t sdram_frequency;          /**< DDR3/DDR4: clock in MHz; DDR5: data rate in MT/s */
+    float sdram_clock;                /**< tCKmin in ns; DDR3 and DDR4 only */
+    char cas_latencies_supports[132]; /**< supported CAS latencies, comma separated */
+    float cas_latency;                /**< tAAmin in ns; DDR3 and DDR4 only */
+    int32_t crc;                      /**< SPD CRC as kept by the component cache */
+    uint32_t mfg_week;                /**< manufacturing week, BCD decoded */
+    uint32_t mfg_year;                /**< manufacturing year, two digits, BCD decoded */
+    uint32_t ram_size;                /**< MB (flash DIMMs: flash capacity in GB) */
+    uint32_t speed_in_MBpsec;         /**< peak transfer rate in MB/s; DDR3 and DDR4 only */
+    uint32_t ecc_bits;                /**< ECC width in bits, 0 for none */
+    uint32_t config_speed;            /**< configured speed from SMBIOS, MT/s */
+    uint32_t AEP_Flag;                /**< persistent memory: 1 decoded by the DDR4 path, 2 by the DDR5 path */
+    uint32_t smbios_size;             /**< SMBIOS type 17 Size word, not decoded */
+    uint32_t smbios_speed;            /**< SMBIOS type 17 Speed word */
+} SpdInfo;
+
+/** OEM processor multirecord, 776 bytes. */
+typedef struct OemCpuRecord {
+    uint32_t index;
+    char text[11][64];
+    uint32_t raw_length; /**< bytes used in `raw` */
+    uint8_t raw[64];
+} OemCpuRecord;
+
+/** Firmware versions of a power supply, 24 bytes. */
+typedef struct PsuFwVersion {
+    char primary[12];
+    char secondary[12];
+} PsuFwVersion;
+
+/** One component of the server, 1512 bytes; also the image of an activity-log entry. */
+typedef struct ComponentVpdRecord {
+    uint8_t reserved_0;
+    uint8_t fru_id;           /**< FRU device id */
+    uint8_t next_fru_id;      /**< only in copies: FRU id of the next record, 0xFF behind the last */
+    char board_extra[13];     /**< first custom field of the board area */
+    char name[86];            /**< device id string of the locator */
+    uint8_t reserved_102;
+    char ppin[10];            /**< processor PPIN text */
+    char serial_number[25];
+    char mfg_id[31];          /**< manufacturer name */
+    char mfg_date[11];        /**< "%d-%02d-%02d" */
+    char part_number[31];
+    char product_version[65];
+    uint8_t entity_id;        /**< IPMI entity id: 3 processor, 10 power supply, 32 memory device */
+    uint8_t entity_instance;
+    uint8_t reserved_278[2];
+    SpdInfo spd_info;         /**< memory modules only */
+    uint32_t crc;             /**< CRC-32 of bytes 0-679 as last logged */
+    uint8_t is_cached;        /**< 1 when the FRU image was read and decoded */
+    uint8_t reserved_685[3];
+    int32_t status;           /**< 1 present, 0 absent, 255 presence sensor missing */
+    uint8_t reserved_692[4];
+    int64_t timestamp;        /**< last status change, seconds since the Unix epoch */
+    uint32_t vpd_format;      /**< 3 skipped cartridge format, 2 OEM processor record decoded, else 0 */
+    OemCpuRecord oem_cpu;
+    PsuFwVersion psu_fw;      /**< power supplies only */
+    uint32_t ppin_dump;       /**< holds the PPIN dump while its text has not been taken; 0 at rest */
+} ComponentVpdRecord;
+
+/** Bytes 5 to 32 of a FRU Device Locator SDR (IPMI 2.0 table 43-7), 28 bytes. */
+typedef struct FruLocatorCopy {
+    uint8_t access_address;
+    uint8_t fru_device_id;
+    uint8_t access_lun_bus;
+    uint8_t channel;
+    uint8_t reserved;
+    uint8_t device_type;
+    uint8_t device_type_modifier;
+    uint8_t entity_id;
+    uint8_t entity_instance; /**< bit 7: logical entity; low 7 bits: instance */
+    uint8_t oem;
+    uint8_t id_string_type_length;
+    char id_string[17]; /**< always NUL-terminated */
+} FruLocatorCopy;
+
+typedef struct ComponentVpdNode {
+    struct ComponentVpdNode *prev; /**< null at the head */
+    struct ComponentVpdNode *next; /**< null at the tail */
+    FruLocatorCopy locator;
+    ComponentVpdRecord record;
+} ComponentVpdNode;
+
+typedef struct ComponentVpdList {
+    ComponentVpdNode *head;
+    ComponentVpdNode *tail;
+} ComponentVpdList;
+
+/** Request of GetComponentVPD, 8 bytes. */
+typedef struct ComponentRequest {
+    uint8_t fru_id; /**< 0 and 0xFF: the first record */
+    uint32_t probe; /**< non-zero: only ask whether records exist */
+} ComponentRequest;
+
+/* ---- IPMI command path and FRU access --------------------------------------------------------------------------- */
+
+/** One IPMI request. `response` needs room for the longest answer; its byte 0 receives the completion code. */
+typedef struct IpmiRequest {
+    const uint8_t *request;   /**< request data, may be empty */
+    uint8_t *response;        /**< caller's zero-filled response buffer */
+    uint32_t request_length;  /**< bytes */
+    int32_t response_length;  /**< out: bytes returned by the stack, completion code included */
+    uint8_t netfn;
+    uint8_t cmd;
+} IpmiRequest;
+
+/**
+ * @brief Send one request, up to three times, sleeping 300 ms after each failed attempt.
+ * @return 0; 203 for completion code 0xCB; -1 for any other failure or a null response pointer.
+ */
+int ipmi_cmd_retry(IpmiRequest *request);
+
+/** @brief Probe the IPMI stack with Get Device ID. @return 0 when it answers, otherwise -1. */
+int test_ipmi_stack(void);
+
+/** @brief Ask whether the sensor initialization agent has finished. @return 1 when it has, otherwise 0. */
+int is_ipmi_sensor_ready(void);
+
+/**
+ * @brief Read the size of a FRU inventory area.
+ * @param size out: bytes; untouched on failure
+ * @return as ipmi_cmd_retry()
+ */
+int read_fru_size(uint8_t fru_id, uint32_t *size);
+
+/**
+ * @brief Read `count` bytes of FRU data at `offset`.
+ * @param dest `count` bytes; null only discards a successful answer. After a failure it holds the raw response.
+ * @return as ipmi_cmd_retry()
+ */
+int read_fru(uint8_t fru_id, uint16_t offset, uint8_t count, uint8_t *dest);
+
+/**
+ * @brief Read system VPD from offset 0 through the BMC's OEM command. Exact for up to 244 bytes; longer reads keep the
+ *        completion code of every later chunk inside the data.
+ * @param dest `length` bytes
+ * @return 0; the non-zero result of the IPMI stack; -1 for a short answer, no memory or a null `dest`
+ */
+int readvpd_from_ipmi(uint32_t length, uint8_t *dest);
+
+/** @brief Read the system-VPD device. @return null for a null `buf`, otherwise what the device driver returns. */
+uint8_t *sysvpd_read(uint32_t offset, uint32_t length, uint8_t *buf);
+
+/** @brief Write the system-VPD device. @return 0 for a null `buf`, otherwise what the device driver returns. */
+int sysvpd_write(uint32_t offset, uint32_t length, uint8_t *buf);
+
+/* ---- IPMI FRU format -------------------------------------------------------------------------------------------- */
+
+/** Area positions inside a FRU image, null for an absent area. */
+typedef struct FruAreaPointers {
+    const uint8_t *chassis, *board, *product, *multirecord;
+} FruAreaPointers;
+
+/** One decoded type/length field. */
+typedef struct FruField {
+    uint8_t type;   /**< 0 binary, 1 BCD plus, 2 6-bit ASCII (still packed), 3 text; untouched by an empty field */
+    uint8_t length; /**< bytes of `data` */
+    uint8_t *data;  /**< `malloc`ed, zero-terminated, the caller frees it; null for an empty field or the end marker */
+} FruField;
+
+/**
+ * @brief Find the areas of a FRU image. Offsets are not checked against the image's size.
+ * @param image at least 8 bytes
+ * @return 0, or -1 when a pointer is null
+ */
+int parse_fru_header(const uint8_t *image, FruAreaPointers *out);
+
+/**
+ * @brief Decode one type/length field. The caller frees `out->data` and sets it to null before the next call.
+ * @param next out: the following field, or null when the walk ends
+ * @param end one past the last byte of the area
+ * @return 0; -1 when an argument is null; the `errno` value of a failed allocation
+ */
+int fru_tlv2raw(const uint8_t *field, FruField *out, const uint8_t **next, const uint8_t *end);
+
+/** @brief Sum of `count` bytes modulo 256, 0 when `count` is below 1: a valid area or header gives 0. */
+int ipmi_fru_get_checksum(const uint8_t *bytes, int32_t count);
+
+/**
+ * @brief Walk a multirecord list and decode the OEM processor record into `record`.
+ *
+ * The list ends at its end-of-list bit or at a header of five zero bytes; the caller guarantees that it does.
+ * @return 0, also for a null header; -1 for a wrong checksum
+ */
+int process_multirec(const uint8_t *first_header, ComponentVpdRecord *record);
+
+/** @brief Decode the data of an OEM processor record. @return 0, or -1 for a short record or another maker's. */
+int process_zelt_oem_cpu_rec(const uint8_t *data, uint32_t length, OemCpuRecord *out);
+
+/** @brief Take the firmware versions from the 8th and 9th field from `field` on. @return 0, or -1 for a null `field`. */
+int get_psu_fw_version(const uint8_t *field, PsuFwVersion *out, const uint8_t *end);
+
+/**
+ * @brief Keep a heap copy of the ten bytes from `end` - 9 to `end` in the record. remove_vpd_node() frees it.
+ * @return 0, or the `errno` value of a failed allocation
+ */
+int get_ppin_hexdump(ComponentVpdRecord *record, const uint8_t *end);
+
+/** The IPMI BCD-plus alphabet: 16 characters and a terminator. */
+extern const char fru_bcd_array[17];
+
+/* ---- System VPD fields and text --------------------------------------------------------------------------------- */
+
+/**
+ * @brief Read one field of the system VPD and normalise its padding.
+ * @param dest receives min(field size, `max_length`) bytes and no terminator: pass a zeroed buffer one byte longer.
+ *             For ids 60-65 with OEM padding at least 32 bytes.
+ * @return the device's non-zero result, 0 on failure (logged to the trace file)
+ */
+int sysvpd_read_field(uint32_t id, uint32_t max_length, uint8_t *dest);
+
+/** @brief Remove trailing spaces in place. Null-safe. */
+void left_justified(char *text);
+
+/** @brief Remove leading spaces in place; an all-blank text stays. Null-safe. */
+void right_justified(char *text);
+
+/** @brief Move the text behind the first zero byte of a 32-byte field to its start. Null-safe. */
+void oem_justified(char *text);
+
+/** @brief Remove leading blanks and control characters and trailing tab, line feed, form feed, space. Null-safe. */
+void trim_string(char *text);
+
+/**
+ * @brief Write `count` bytes as upper-case hexadecimal digits; the rest of `dest` is zeroed. A destination of exactly
+ *        2 x `count` bytes holds all digits and no terminator.
+ * @return 0; -2 when an argument is zero or null; -3 when `dest_size` is below 2 x `count`
+ */
+int hex_to_string(char *dest, uint32_t dest_size, const uint8_t *src, uint32_t count);
+
+/** @brief Fill `host_mac_cache` from the system VPD and set `isHostMacCache`. Call it under `sysvpd_access_mutex`. */
+void updateSysvpdMacAddressCache(void);
+
+/** @brief Classify the machine. @return 0 read failed, 1 standard machine, 2 OEM machine, 3 unrecognised. */
+int read_POSID_ext(void);
+
+/** Host MAC addresses 1-8 as "XX:XX:XX:XX:XX:XX", empty where unreadable. */
+extern char host_mac_cache[8][26];
+/** 1 once `host_mac_cache` has been filled. */
+extern uint8_t isHostMacCache;
+
+/* ---- Component cache: record list, flag, dates ------------------------------------------------------------------ */
+
+/** @brief Insert `node` behind `at`. @return `list`. Nothing happens when an argument is null. Takes no lock. */
+ComponentVpdList *insert_vpd_node_back(ComponentVpdList *list, ComponentVpdNode *at, ComponentVpdNode *node);
+
+/** @brief Insert `node` before `at`. Nothing happens when an argument is null. Takes no lock. */
+void insert_vpd_node(ComponentVpdList *list, ComponentVpdNode *at, ComponentVpdNode *node);
+
+/**
+ * @brief Append `node`. Takes no lock.
+ * @return `list`; null when the node became the only element
+ */
+ComponentVpdList *insert_vpd_node_last(ComponentVpdList *list, ComponentVpdNode *node);
+
+/** @brief Unlink `node` and free it with what it holds. Takes no lock. */
+void remove_vpd_node(ComponentVpdList *list, ComponentVpdNode *node);
+
+/** @brief The FRU-changed flag, 0 or 1, under `g_fru_changed_flag_mutex`. */
+int vpd_get_fru_changed_flag(void);
+
+/** @brief Set the FRU-changed flag. @return 0, or -1 when it had that value already. */
+int vpd_set_fru_changed_flag(uint8_t value);
+
+/** @brief The platform calls this when FRU data changed. @return the result of setting the flag to 1. */
+int vpd_compvpd_changed_notify_callback(int fru);
+
+/** @brief Kernel thread id of the calling thread. */
+#ifdef __THROW
+pid_t gettid(void) __THROW;
+#else
+pid_t gettid(void);
+#endif
+
+/** @brief Local calendar date of a FRU board date: 3 bytes, minutes since 1996-01-01 00:00 UTC, low byte first. */
+void fru_minutes_to_date(const uint8_t *minutes, int *year, int *month, int *day);
+
+/** @brief Calendar date of the first day of a manufacturing week (two-digit year, plain numbers). */
+void spd_week_to_date(uint32_t year, uint32_t week, int *out_year, int *out_month, int *out_day);
+
+/** Raised by the platform's notification; guarded by `g_fru_changed_flag_mutex`. */
+extern uint8_t gb_fru_changed_flag;
+
+/** Cache status, list and records. */
+extern pthread_mutex_t compvpd_access_mutex;
+/** Single list insertions during creation. */
+extern pthread_mutex_t g_list_access_mutex;
+/** Outer lock of GetComponentVPD() and GetComponentVPDByFruID(). */
+extern pthread_mutex_t compvpd_readonly_mutex;
+/** Outer lock of GetComponentVPD_KIVA(). */
+extern pthread_mutex_t compvpd_kiva_readonly_mutex;
+/** `gb_fru_changed_flag`. */
+extern pthread_mutex_t g_fru_changed_flag_mutex;
+/** Property queries. */
+extern pthread_mutex_t compvpd_getproperty_mutex, compvpd_getstringproperty_mutex, compvpd_getbyteproperty_mutex;
+/** Firmware VPD queries. */
+extern pthread_mutex_t fwvpd_access_mutex;
+/** One machine VPD assembly and the host MAC cache. */
+extern pthread_mutex_t sysvpd_access_mutex;
+
+/* ---- Component cache: life and look-ups ------------------------------------------------------------------------- */
+
+/**
+ * @brief Build the component cache from the SDR repository, the FRU images and SMBIOS.
+ *
+ * Waits at least 5 s for the IPMI stack and holds `compvpd_access_mutex` across all FRU reads.
+ * @return 0, also when the cache exists already or single FRUs could not be read; -3 when the SDR repository cannot be
+ *         read; -1 for a DDR5 image without a size, with the mutex left locked
+ */
+int CreateComponentVPDCache(void);
+
+/**
+ * @brief Publish asset-tag type and language code of FRU 0's product area.
+ * @return 0, also without a product area; -1 when memory or the FRU could not be had
+ */
+int UpdateFRUID0InfoToTARNForDCMI(void);
+
+/**
+ * @brief Copy a record by FRU id, or probe for records.
+ * @param out_length out: 1512 after a copy
+ * @param size not used; `out` must hold 1512 bytes
+ * @return 0; -1 for a bad argument or no cache; -7 for no such record
+ */
+int GetComponentVPD(uint32_t *out_length, uint32_t size, const ComponentRequest *request, ComponentVpdRecord *out);
+
+/** @brief Copy the record of the FRU id that `fru_id` points at. @return as GetComponentVPD(). */
+int GetComponentVPDByFruID(uint32_t *out_length, uint32_t size, const uint8_t *fru_id, ComponentVpdRecord *out);
+
+/**
+ * @brief Copy as many records as fit, at least one and at most 2048; `next_fru_id` of the first copy says where to go on.
+ * @param out_length out: bytes copied
+ * @param size room in `out` in bytes; a size below one record counts as one record
+ * @return 0; -1 for no cache or a null buffer; -7 for an empty cache
+ */
+int GetComponentVPD_KIVA(uint32_t *out_length, uint32_t size, const void *ignored, void *out);
+
+/**
+ * @brief Find the cached record itself. It stays valid until the cache is destroyed; hold `compvpd_access_mutex` while
+ *        changing it.
+ * @param out out: the record, null when there is none
+ * @return 0; -1 not found; -4 no cache
+ */
+int FindFRURecord(uint32_t fru_id, ComponentVpdRecord **out);
+
+/* ---- SPD decoding ----------------------------------------------------------------------------------------------- */
+
+typedef struct DimmTypeRow {
+    uint8_t code;
+    const char *name;
+} DimmTypeRow;
+
+typedef struct Jep106Row {
+    uint8_t bank; /**< continuation codes before the id */
+    uint8_t code; /**< with its odd-parity bit 7 */
+    const char *name;
+} Jep106Row;
+
+typedef struct DimmFrequencyRow {
+    uint32_t low;
+    uint32_t high;
+    const char *text;
+} DimmFrequencyRow;
+
+typedef struct CasLatencyMaskRow {
+    char bin[8];
+    char key[16];
+} CasLatencyMaskRow;
+
+/* An SPD image handed to a decoder holds at least 512 bytes for DDR3 and DDR4 and 1024 bytes for DDR5. */
+
+/** @brief CRC-16, polynomial 0x1021, initial value 0 (JEDEC SPD). @return 0 when `length` is below 1. */
+uint16_t __crc16(const uint8_t *data, int32_t length);
+/** @brief Low byte. */
+uint8_t __getlsb(uint16_t value);
+/** @brief High byte. */
+uint8_t __getmsb(uint16_t value);
+
+/**
+ * @brief Check the SPD checksum in bytes 126 and 127.
+ * @return 1 right and equal to `*expected_crc`; 0 right but not equal; -1 wrong; -2 buffer too short
+ */
+int check_spd_crc(const uint8_t *spd, uint32_t length, const int32_t *expected_crc);
+
+/** @brief Name of SPD byte 2. @return 0, or -1 with "UNKNOWN". */
+int translate_dimm_type(uint8_t type_code, const char **out_name);
+/** @brief Name of the module type; may be null for an NVDIMM. @return 0 or -1. */
+int parse_module_type(const uint8_t *spd, uint32_t length, const char **out_name);
+/** @brief Name of the DRAM's maker. @return 0, or -1 with `*out_name` untouched. */
+int parse_manufacturer_id(const uint8_t *spd, uint32_t length, const char **out_name);
+/** @brief Name of the module's maker. @return 0, or -1 with `*out_name` untouched. */
+int parse_vendor_manufacturer_id(const uint8_t *spd, uint32_t length, const char **out_name);
+/** @brief Id word of the module's maker. */
+void parse_vendor_mfg_id(const uint8_t *spd, uint32_t length, uint16_t *out_word);
+/** @brief Product word of DDR4 and NVM images, otherwise 0. */
+void parse_vendor_product_id(const uint8_t *spd, uint32_t length, uint16_t *out_word);
+/** @brief Print to standard error when `enabled` and `format` are set. @return characters printed. */
+int DBG_DIMM(int enabled, const char *format, ...) __attribute__((format(printf, 2, 3)));
+/** @brief Dump a record to the system log. */
+void vpdd_print(const SpdInfo *record);
+
+extern const DimmTypeRow dimm_type_map[];
+extern const char *const dimm_module_type_table_ddr3[14];
+extern const char *const dimm_module_type_table_ddr4[14];
+extern const char *const dimm_module_type_table_ddr5[14];
+extern const char *const dimm_module_type_table_nvdm[14];
+extern const Jep106Row jep_106[1119];
+
+/** @brief Decode a DDR4 or DDR4-layout image. The record is not cleared first. @return 0, or -1 for a null pointer. */
+int vpdd_Handle_DDR4_SPD(const uint8_t *spd, SpdInfo *record);
+/** @brief Module size in MB, 0 for a wrong type. */
+uint32_t calculate_dimm_size(const uint8_t *spd);
+/** @brief Flash capacity in GB. Prints to standard error. */
+uint32_t calculate_flashdimm_capacity(const uint8_t *spd);
+/** @brief Fine timebase in ns (DDR3: ps). */
+float calculate_fine_timebase(const uint8_t *spd, uint32_t length);
+/** @brief Medium timebase in ns. */
+float calculate_medium_timebase(const uint8_t *spd, uint32_t length);
+/** @brief Minimum clock period in ns. */
+float calculate_sdram_clock(const uint8_t *spd, uint32_t length, float fine, float medium);
+/** @brief DDR3 frequency text. @return 0, or -1 with a null text. */
+int translate_sdram_frequency(uint32_t mhz, const char **out_text);
+/** @brief DDR4 frequency text. @return 0, or -1 with a null text. */
+int translate_sdram_frequency_ddr4(uint32_t mhz, const char **out_text);
+/** @brief Minimum CAS latency time in ns. */
+float calculate_cas_latency(const uint8_t *spd, uint32_t length, float fine, float medium);
+/** @brief Supported CAS latencies. The caller frees the text. @return 0, or -1 when the copy fails. */
+int parse_cas_supported_latencies(const uint8_t *spd, uint32_t length, char **out_text);
+/** @brief Peak transfer rate in MB/s; 0 when `length` is below 127. */
+uint32_t calculate_dimm_speed_inmbspsec(const uint8_t *spd, uint32_t length);
+/** @brief Primary bus width in bits; 0 when `length` is below 127. */
+uint32_t get_dimm_bus_width(const uint8_t *spd, uint32_t length);
+/** @brief ECC bits; 0 when `length` is below 127. */
+uint32_t get_dimm_eccbit(const uint8_t *spd, uint32_t length);
+/** @brief Rank code (ranks - 1); 0 when `length` is below 127. */
+uint32_t get_dimm_ranks(const uint8_t *spd, uint32_t length);
+/** @brief Bus width in bytes of a width code; 0 for codes above 3. */
+uint32_t bus_width_inbytes(uint8_t code);
+
+extern const DimmFrequencyRow dimm_freq_ddr4_table[];
+extern const DimmFrequencyRow dimm_frequency_table[];
+
+/** @brief Decode a DDR5 image. The record is not cleared first. @return 0, or -1 for a null pointer. */
+int vpdd_Handle_DDR5_SPD(const uint8_t *spd, SpdInfo *record);
+/** @brief Module size in GB. */
+int32_t calculate_dimm_ddr5_size(const uint8_t *spd, uint32_t length);
+/** @brief Data rate in MT/s, 0 when the image has no clock period. */
+int32_t get_ddr5_dimm_freq(const uint8_t *spd, uint32_t length);
+/** @brief Supported CAS latencies. The caller frees the text. @return 1. */
+int get_cas_supported_latencies(const uint8_t *spd, uint32_t length, char **out_text);
+/** @brief Log the timing and the speed bin. */
+void calculate_tWRmin(const uint8_t *spd, uint32_t length);
+
+extern const CasLatencyMaskRow cas_latency_mask[36];
+
+/* ---- SMBIOS memory devices -------------------------------------------------------------------------------------- */
+
+/** One structure of the parsed SMBIOS table. */
+typedef struct SmbiosEntry {
+    const uint8_t *raw; /**< formatted area followed by its string set */
+    struct SmbiosEntry *next;
+} SmbiosEntry;
+
+/** All structures of one type. */
+typedef struct SmbiosTypeGroup {
+    uint8_t type;
+    uint8_t count;
+    SmbiosEntry *entries;
+    struct SmbiosTypeGroup *next;
+} SmbiosTypeGroup;
+
+typedef struct SmbiosTable {
+    SmbiosTypeGroup *groups;
+} SmbiosTable;
+
+/** @brief Open the host's SMBIOS table; release it with vpdd_free_smbios_table(). @return 0 or -1. */
+int vpdd_load_smbios_table(SmbiosTable **table);
+/** @brief Release the table and clear the handle; a null handle is left alone. */
+void vpdd_free_smbios_table(SmbiosTable **table);
+/** @brief First group of a type, or null. */
+SmbiosTypeGroup *vpdd_get_the_smbios_info(SmbiosTable *table, uint8_t type);
+/**
+ * @brief Copy a string of a type 17 structure: 0 Device Locator, 1 Bank Locator, 2 Manufacturer, 3 Serial Number,
+ *        4 Asset Tag, 5 Part Number.
+ * @param size room in `out`, terminator included
+ * @return 0; -2 null entry or buffer; -3 not type 17; -4 no such string (`out` emptied); -5 string too long
+ */
+int getStringFromDimmSmbiosEntry(const SmbiosEntry *entry, int index, char *out, uint32_t size);
+/** @brief Type 17 entry whose serial number ends the FRU serial, or null. */
+SmbiosEntry *vpdd_get_the_smbios_dimm_info(SmbiosTypeGroup *group, const char *fru_serial);
+/** @brief Type 17 entry whose locator's digits equal the slot number, or null. */
+SmbiosEntry *vpdd_get_the_smbios_dimm_info_by_device_locator(SmbiosTypeGroup *group, const char *slot);
+/** @return 0; -2 bad argument; -3 no type 17 group or no match; -4 no serial string. */
+int vpdd_get_serial_num_from_smbios_by_serial_number(SmbiosTable *table, const char *fru_serial, char *out,
+                                                     uint32_t size);
+/** @brief Configured Memory Speed word. @return 0; -2 bad argument; -3 not found. */
+int vpdd_get_config_speed_from_smbios_by_serial_number(SmbiosTable *table, const char *fru_serial, uint32_t *speed);
+/** @brief Size (not decoded) and Speed words. @return 0; -2 bad argument; -3 not found. */
+int vpdd_get_size_speed_from_smbios_by_serial_number(SmbiosTable *table, const char *fru_serial, uint32_t *size,
+                                                     uint32_t *speed);
+/** @brief Size (not decoded) and Speed words by slot. @return 0; -2 bad argument; -3 not found. */
+int vpdd_get_size_speed_from_smbios_by_device_locator(SmbiosTable *table, const char *locator, uint32_t *size,
+                                                      uint32_t *speed);
+
+/** Non-zero: the look-ups also log their debug messages. */
+extern int vpdd_smbios_debug;
+
+#pragma GCC visibility pop
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
