@@ -1,0 +1,130 @@
+/* SPDX-License-Identifier: Apache-2.0 */
+/**
+ * @file vpdd_host.h
+ * @brief libvpdd_host.so: the firmware's other libraries on a development machine.
+ *
+ * Conventions
+ * -----------
+ * The library answers every platform function of liborva_vpdd.so (platform/ *.h) from the description of a server, a
+ * JSON file. A process has one open server at most, because the platform functions name none. With no server open every
+ * platform function fails.
+ *
+ * Linking. `sleep`, `usleep` and `syslog` with its relatives are interposed: a program links libvpdd_host.so directly,
+ * so that it stands before the C library.
+ *
+ * Result codes. 0 for success, -1 for a failure; the failure's text goes to the caller's buffer.
+ *
+ * Threads. The platform functions may run on any thread at once. Callbacks run on the thread that caused them, never
+ * with a lock of this library held; they may call any function here but vpdd_host_open_file(), vpdd_host_open_text()
+ * and vpdd_host_close().
+ *
+ * Texts are UTF-8 and end with a NUL. Those that a callback receives live until it returns.
+ */
+#ifndef ORVA_VPDD_HOST_H
+#define ORVA_VPDD_HOST_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#pragma GCC visibility push(default)
+
+typedef enum VpddHostMessageKind {
+    VPDD_HOST_SYSLOG, /**< what went to `syslog` */
+    VPDD_HOST_TRACE   /**< a line of the debug trace */
+} VpddHostMessageKind;
+
+/**
+ * @brief Receives one message.
+ * @param level the priority given to `syslog` (facility and severity), or the level of the trace line
+ * @param text without a line end
+ */
+typedef void (*VpddHostMessageSink)(void* context, VpddHostMessageKind kind, int level, const char* text);
+
+/**
+ * @brief A FRU is being read: called at the first Read FRU Data of each FRU id since the server was opened.
+ * @param number position of the FRU's locator among the FRU locators of the SDR repository, from 1
+ * @param total number of FRU locators
+ */
+typedef void (*VpddHostProgress)(void* context, uint8_t fru_id, uint32_t number, uint32_t total);
+
+/** All zero is a good choice: nothing is kept, nobody sleeps, messages go to the process-wide sink. */
+typedef struct VpddHostOptions {
+    const char* state_directory; /**< configuration store and trace file; created if missing; null: in memory only */
+    double sleep_factor;         /**< sleeps last this many times what was asked for: 0 not at all, 1 real time */
+    VpddHostMessageSink message; /**< null: the sink of vpdd_host_set_message_sink() */
+    void* message_context;
+    VpddHostProgress progress; /**< may be null */
+    void* progress_context;
+} VpddHostOptions;
+
+/**
+ * @brief Open the server that a file describes; an open server is closed first.
+ * @param options null: all zero
+ * @param error receives the reason of a failure: "FILE: line L, column C: ..." for a JSON syntax error,
+ *        "FILE: /json/pointer: ..." for a value that a server cannot have; may be null
+ * @return 0 or -1, and then no server is open
+ */
+int vpdd_host_open_file(const char* path, const VpddHostOptions* options, char* error, size_t error_size);
+
+/**
+ * @brief Open the server that a JSON text describes.
+ * @param folder where the files stand that the description names; null: the working directory
+ */
+int vpdd_host_open_text(const char* text, size_t length, const char* folder, const VpddHostOptions* options,
+                        char* error, size_t error_size);
+
+/** @brief Close the server; none open is fine. */
+void vpdd_host_close(void);
+
+/** @brief Where messages go that no open server's own sink takes. Null, as at the start: nowhere. */
+void vpdd_host_set_message_sink(VpddHostMessageSink sink, void* context);
+
+/** @brief The folder of the server descriptions that came with this library. */
+const char* vpdd_host_server_folder(void);
+
+/* ---- What the library published --------------------------------------------------------------------------------- */
+
+typedef enum VpddHostVariableKind { VPDD_HOST_INTEGER, VPDD_HOST_TEXT } VpddHostVariableKind;
+
+/** One variable of the configuration store. */
+typedef struct VpddHostVariable {
+    const char* name;
+    VpddHostVariableKind kind;
+    int32_t integer;  /**< VPDD_HOST_INTEGER only */
+    const char* text; /**< the value as text, of either kind */
+    int32_t flag;     /**< as the setter was called with */
+    int64_t changed;  /**< when it was last set, seconds since the Unix epoch */
+} VpddHostVariable;
+
+/** @return non-zero ends the walk. */
+typedef int (*VpddHostVariableVisitor)(void* context, const VpddHostVariable* variable);
+
+/** @brief Visit the variables in the order of their names. @return 0; -1 with no server open. */
+int vpdd_host_each_variable(VpddHostVariableVisitor visitor, void* context);
+
+/** One event: of the configuration store, or a software event. */
+typedef struct VpddHostEvent {
+    const char* name; /**< empty for a software event */
+    int32_t type;     /**< event type, or the software event's message number */
+    int32_t argument0;
+    int32_t argument1;
+    int64_t occurred; /**< seconds since the Unix epoch */
+} VpddHostEvent;
+
+/** @return non-zero ends the walk. */
+typedef int (*VpddHostEventVisitor)(void* context, const VpddHostEvent* event);
+
+/** @brief Visit the events, oldest first. @return 0; -1 with no server open. */
+int vpdd_host_each_event(VpddHostEventVisitor visitor, void* context);
+
+#pragma GCC visibility pop
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
