@@ -45,6 +45,14 @@ void log_line(int priority, const char* function, const char* format, ...) {
     syslog(priority, "pid=%d, %s - %s", getpid(), function, text.c_str());
 }
 
+void log_spaced_line(int priority, const char* function, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const Text text(format, arguments);
+    va_end(arguments);
+    syslog(priority, "pid = %d, %s - %s", getpid(), function, text.c_str());
+}
+
 void log_located(int priority, const char* function, int line, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);

@@ -19,6 +19,9 @@ void log_text(int priority, const char* format, ...) __attribute__((format(print
 /// Logs "pid=%d, %s - " and the text.
 void log_line(int priority, const char* function, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
+/// Logs "pid = %d, %s - " and the text.
+void log_spaced_line(int priority, const char* function, const char* format, ...) __attribute__((format(printf, 3, 4)));
+
 /// Logs "pid=%d, tid=%d, %s(%d) - " and the text.
 void log_located(int priority, const char* function, int line, const char* format, ...)
     __attribute__((format(printf, 4, 5)));
