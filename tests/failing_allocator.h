@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+// Makes allocations of liborva_vpdd.so fail and counts the blocks that it has not given back. Only calls that come
+// straight from the library's code count: a test and the fake platform allocate as they like meanwhile.
+#pragma once
+
+#include <cstddef>
+
+namespace vpdd::test {
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
+#define VPDD_SANITIZER_OWNS_MALLOC
+#endif
+#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define VPDD_SANITIZER_OWNS_MALLOC
+#endif
+
+/// A sanitizer brings its own allocator: tests that need this one skip there.
+#ifdef VPDD_SANITIZER_OWNS_MALLOC
+inline constexpr bool allocator_can_fail = false;
+#else
+inline constexpr bool allocator_can_fail = true;
+#endif
+
+enum class Failing { once, from_then_on };
+
+/// Watches malloc, calloc, realloc and strdup of the library while it lives. One at a time.
+class AllocationWatch {
+public:
+    /// Counts only.
+    AllocationWatch() : AllocationWatch(0, Failing::once) {}
+    /// Also fails the n-th allocation, counted from 1, with ENOMEM.
+    explicit AllocationWatch(std::size_t failing, Failing how = Failing::once);
+    ~AllocationWatch();
+    AllocationWatch(const AllocationWatch&) = delete;
+    AllocationWatch& operator=(const AllocationWatch&) = delete;
+
+    /// Allocations that the library asked for so far.
+    std::size_t allocations() const;
+    /// Whether an allocation was made to fail.
+    bool has_failed() const;
+    /// Blocks that the library allocated under this watch and that nobody has freed.
+    std::size_t live_blocks() const;
+};
+
+}  // namespace vpdd::test
