@@ -9,11 +9,14 @@ namespace vpdd {
 class ScopedLock {
 public:
     explicit ScopedLock(pthread_mutex_t& mutex) : mutex_(&mutex) { pthread_mutex_lock(mutex_); }
-    ~ScopedLock() {
-        if (mutex_ != nullptr) pthread_mutex_unlock(mutex_);
-    }
+    ~ScopedLock() { unlock(); }
     ScopedLock(const ScopedLock&) = delete;
     ScopedLock& operator=(const ScopedLock&) = delete;
+
+    void unlock() {
+        if (mutex_ != nullptr) pthread_mutex_unlock(mutex_);
+        mutex_ = nullptr;
+    }
 
     /// The mutex stays locked when the scope ends.
     void leave_locked_for_good() { mutex_ = nullptr; }

@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "compvpd/cache.h"
+
+#include "base/log_line.h"
+
+namespace vpdd {
+
+std::atomic<int> vpd_cache_status{cache_never_created};
+ComponentVpdList component_vpd_list{};
+
+void log_cache_not_created(const char* function, int line) {
+    log_located(log_info, function, line, "ERROR:Cache wasn't created(status: %d)\n", vpd_cache_status.load());
+}
+
+}  // namespace vpdd
