@@ -1,0 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+
+namespace vpdd::spd {
+
+/// Whole MHz of a clock period in ns; 0 for a period of 0 and for one whose frequency no 32-bit number holds.
+int32_t clock_megahertz(float period);
+
+}  // namespace vpdd::spd
