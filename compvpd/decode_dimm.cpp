@@ -10,7 +10,7 @@
 #include "base/text.h"
 #include "compvpd/decode.h"
 #include "ipmi/request.h"
-#include "spd/spd_image.h"
+#include "spd/spd_bytes.h"
 #include "spd/timing.h"
 
 namespace {
@@ -22,15 +22,14 @@ constexpr uint32_t ddr3_length = 224;  // bytes that the DDR3 decoders are told 
 constexpr std::size_t locator_limit = 16;
 constexpr char flash_dimm_maker[] = "Diablo Technologies";
 
-enum class Layout { ddr3, ddr4, ddr5, ddr5_without_size, other };
-
 constexpr uint8_t ddr5_size_mask = 0x70;  // SPD byte 0, bits 6-4: size of the device
 
-/// Where a DDR5 image says how long it is, `length` follows; the upper codes leave it as it was.
-Layout ddr5_layout(uint8_t size_code, uint32_t& length) {
-    switch (size_code) {
+/// Sets the length that a DDR5 image says it has; the upper codes leave it as it was. False for an image without a
+/// size.
+bool set_ddr5_length(const uint8_t* spd, uint32_t& length) {
+    switch (spd[first_byte] & ddr5_size_mask) {
         case 0x00:
-            return Layout::ddr5_without_size;
+            return false;
         case 0x10:
             length = 256;
             break;
@@ -43,24 +42,7 @@ Layout ddr5_layout(uint8_t size_code, uint32_t& length) {
         default:
             break;
     }
-    return Layout::ddr5;
-}
-
-Layout layout_of(const uint8_t* spd, uint32_t& ddr5_length) {
-    switch (static_cast<DeviceType>(spd[device_type_byte])) {
-        case DeviceType::ddr3:
-            return Layout::ddr3;
-        case DeviceType::ddr4:
-            return Layout::ddr4;
-        case DeviceType::nvdimm:
-            if (spd[first_byte] == nvdimm_as_ddr4) return Layout::ddr4;
-            if (spd[first_byte] != nvdimm_as_ddr5) return Layout::other;
-            ddr5_length = 1024;
-            return Layout::ddr5;
-        case DeviceType::ddr5:
-            return ddr5_layout(spd[first_byte] & ddr5_size_mask, ddr5_length);
-    }
-    return Layout::other;
+    return true;
 }
 
 /// Logs at the highest priority, so that the dump is never filtered.
@@ -116,6 +98,10 @@ void set_manufacture_date(ComponentVpdRecord& record) {
     vpdd::assign_date(record.mfg_date, year, month, day);
 }
 
+void set_locator(ComponentVpdRecord& record) {
+    vpdd::assign_text(record.spd_info.description, record.name, locator_limit);
+}
+
 void decode_ddr3_identity(const uint8_t* spd, SpdInfo& spd_info) {
     const char* name = nullptr;
     translate_dimm_type(spd[device_type_byte], &name);
@@ -123,10 +109,10 @@ void decode_ddr3_identity(const uint8_t* spd, SpdInfo& spd_info) {
 
     const char* module_type = nullptr;
     if (parse_module_type(spd, 4, &module_type) == 0) vpdd::assign_text(spd_info.module_type, module_type);
-    vpdd::assign_text(spd_info.part_number, vpdd::bounded_view(spd + ddr3::part_number, ddr3::part_number_length));
+    vpdd::assign_text(spd_info.part_number, vpdd::bounded_view(spd + ddr3::part_number, ddr3::part_number_bytes));
 
     std::array<char, 9> serial{};
-    hex_to_string(serial.data(), serial.size(), spd + ddr3::serial_number, 4);
+    hex_to_string(serial.data(), serial.size(), spd + ddr3::serial_number, ddr3::serial_number_bytes);
     vpdd::assign_text(spd_info.serial_number, serial.data());
     spd_info.mfg_week = vpdd::bcd_value(spd[ddr3::week]);
     spd_info.mfg_year = vpdd::bcd_value(spd[ddr3::year]);
@@ -163,9 +149,10 @@ void decode_ddr3_timing(const uint8_t* spd, SpdInfo& spd_info) {
 
 void decode_ddr3(const uint8_t* spd, ComponentVpdRecord& record, SmbiosTable* smbios) {
     SpdInfo& spd_info = record.spd_info;
-    spd_info.crc = vpdd::little_endian_16(spd + ddr3::crc);
+    spd_info.crc = vpdd::little_endian_16(spd + crc_byte);
     if (check_spd_crc(spd, ddr3_length, &spd_info.crc) != 1) return;
 
+    set_locator(record);
     decode_ddr3_identity(spd, spd_info);
     set_manufacture_date(record);
     decode_ddr3_maker_and_size(spd, spd_info);
@@ -177,6 +164,7 @@ void decode_ddr3(const uint8_t* spd, ComponentVpdRecord& record, SmbiosTable* sm
 }
 
 void decode_ddr4(const uint8_t* spd, ComponentVpdRecord& record, SmbiosTable* smbios) {
+    set_locator(record);
     const int result = vpdd_Handle_DDR4_SPD(spd, &record.spd_info);
     if (result != 0) {
         vpdd::log_spaced_line(vpdd::log_info, create_name, "ERROR:vpdd_Handle_DDR4_SPD is Failed. rst:%d", result);
@@ -189,6 +177,7 @@ void decode_ddr4(const uint8_t* spd, ComponentVpdRecord& record, SmbiosTable* sm
 
 void decode_ddr5(const uint8_t* spd, ComponentVpdRecord& record, const vpdd::DimmRun& run) {
     dump_ddr5(spd, run.ddr5_length);
+    set_locator(record);
     const int result = vpdd_Handle_DDR5_SPD(spd, &record.spd_info);
     if (result != 0) {
         vpdd::log_spaced_line(vpdd::log_error, create_name, "ERROR:vpdd_Handle_DDR5_SPD is Failed. rst:%d", result);
@@ -211,18 +200,20 @@ void note_failed_dimm_read(const FruImage& image, ComponentVpdRecord& record) {
 bool decode_dimm(const FruImage& image, ComponentVpdRecord& record, DimmRun& run) {
     const uint8_t* spd = image.bytes();
     record.spd_info = {};
-    const Layout layout = layout_of(spd, run.ddr5_length);
-    if (layout == Layout::ddr5_without_size) return false;
+    const Layout layout = layout_of(spd);
+    if (layout == Layout::nvdimm_as_ddr5) run.ddr5_length = 1024;
+    if (layout == Layout::ddr5 && !set_ddr5_length(spd, run.ddr5_length)) return false;
 
-    assign_text(record.spd_info.description, record.name, locator_limit);
     switch (layout) {
         case Layout::ddr3:
             decode_ddr3(spd, record, run.smbios);
             break;
         case Layout::ddr4:
+        case Layout::nvdimm_as_ddr4:
             decode_ddr4(spd, record, run.smbios);
             break;
         case Layout::ddr5:
+        case Layout::nvdimm_as_ddr5:
             decode_ddr5(spd, record, run);
             break;
         default:

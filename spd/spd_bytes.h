@@ -27,6 +27,7 @@ inline constexpr uint32_t shortest_image = 127;
 /// JEDEC 21-C Annex K.
 namespace ddr3 {
 inline constexpr unsigned density = 4;
+inline constexpr unsigned nominal_voltage = 6;
 inline constexpr unsigned organization = 7;
 inline constexpr unsigned bus_width = 8;
 inline constexpr unsigned fine_timebase = 9;  // dividend in bits 7-4, divisor in bits 3-0
@@ -39,6 +40,12 @@ inline constexpr unsigned cas_latency_time = 16;
 inline constexpr unsigned clock_period_offset = 34;
 inline constexpr unsigned cas_latency_time_offset = 35;
 inline constexpr unsigned module_maker = 117;
+inline constexpr unsigned year = 120;
+inline constexpr unsigned week = 121;
+inline constexpr unsigned serial_number = 122;
+inline constexpr unsigned serial_number_bytes = 4;
+inline constexpr unsigned part_number = 128;
+inline constexpr unsigned part_number_bytes = 18;
 inline constexpr unsigned dram_maker = 148;
 inline constexpr unsigned flash_capacity = 152;  // maker's own, GB
 }  // namespace ddr3
