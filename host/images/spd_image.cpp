@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/images/spd_image.h"
 
+#include <strings.h>
+
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -370,6 +372,15 @@ template class SpdImage<Ddr4>;
 template class SpdImage<Ddr5>;
 
 MakerId maker_id(uint8_t continuation_codes, uint8_t code) { return {with_odd_parity(continuation_codes), code}; }
+
+MakerId maker_named(std::string_view name, std::span<const Jep106Row> list) {
+    const std::string wanted(name);
+    const auto has_name = [&](const Jep106Row& row) { return strcasecmp(row.name, wanted.c_str()) == 0; };
+    const auto found = std::find_if(list.begin(), list.end(), has_name);
+    if (wanted.empty() || found == list.end())
+        throw std::invalid_argument("not in the list of manufacturers: '" + wanted + "'");
+    return maker_id(found->bank, found->code);
+}
 
 namespace {
 

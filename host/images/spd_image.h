@@ -11,6 +11,8 @@
 #include <type_traits>
 #include <vector>
 
+#include "orva_vpdd.h"
+
 namespace vpdd::images {
 
 /// The two bytes of a JEP106 id as an image has them: the number of continuation codes, and the code, both with odd
@@ -27,7 +29,7 @@ MakerId maker_id(uint8_t continuation_codes, uint8_t code);
 /// The id of a manufacturer by its name in the library's JEP106 list, in upper or lower case. Its user links the
 /// library.
 /// @throw std::invalid_argument when the list has no such name
-MakerId maker_named(std::string_view name);
+MakerId maker_named(std::string_view name, std::span<const Jep106Row> list);
 
 enum class ModuleType : uint8_t { rdimm, udimm, so_dimm, lrdimm };
 
