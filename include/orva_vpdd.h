@@ -156,6 +156,73 @@ typedef struct ComponentRequest {
     uint32_t probe; /**< non-zero: only ask whether records exist */
 } ComponentRequest;
 
+/** The machine VPD record, 1106 bytes; every text is zero-terminated inside its field. */
+typedef struct MachineVpdRecord {
+    char vpd_version[9];        /**< "0x0300" */
+    char machine_type_model[34];
+    char serial_number[34];
+    char uuid[34];              /**< 32 hex digits */
+    char asset_id[34];
+    char manufacturer_id[35];
+    char card_part_number[34];
+    char card_fru_number[13];
+    char card_serial_number[41];
+    char card_mfg_date[11];     /**< "%d-%02d-%02d" */
+    char host_macs[8][26];      /**< "XX:XX:XX:XX:XX:XX" */
+    char product_name[129];
+    char code_levels[6][37];
+    char port_macs[8][19];      /**< 16 hex digits */
+    char iana[9];               /**< 8 hex digits */
+    char sub_manufacturer[6];
+    char serial_number_format[13]; /**< "11S", "8S", "11S and 8S" or "Unknown" */
+    char ec_level[11];
+    char second_part_number[13];
+    char second_serial_number[13];
+    char full_manufacturer_name[33];
+    char ismp_name[18];
+} MachineVpdRecord;
+
+/** A label and its value from FRU 0. */
+typedef struct MachineFieldPair {
+    char label[30];
+    char value[30];
+} MachineFieldPair;
+
+/** What FRU 0 of an OEM machine shows instead of the standard identity, 420 bytes. */
+typedef struct MachineFieldsRecord {
+    MachineFieldPair pairs[7];
+} MachineFieldsRecord;
+
+/** The OEM machine record, 1342 bytes. Some of its fields are only the beginning or the end of a standard field. */
+typedef struct OemMachineRecord {
+    char request[8];              /**< "_req_oem", no terminator */
+    char reserved_8;
+    char product_manufacturer[9]; /**< "oem", "zelt" or empty */
+    char vpd_version[9];
+    MachineFieldPair pair_0;
+    MachineFieldPair pair_1;
+    char uuid[34];
+    MachineFieldPair pair_6;
+    char reserved_241[4];
+    MachineFieldPair pair_5;
+    MachineFieldPair pair_2;
+    char card_fru_number[13];
+    MachineFieldPair pair_3;
+    char card_serial_number_end[7]; /**< the last seven bytes of the standard field */
+    MachineFieldPair pair_4;
+    char card_mfg_date[11];
+    char host_macs[194];            /**< the first 194 bytes of the standard field */
+    char reserved_710[14];
+    char product_name[129];
+    char code_levels[217];          /**< the first 217 bytes of the standard field */
+    char reserved_1070[5];
+    char port_macs[138];            /**< the first 138 bytes of the standard field */
+    char reserved_1213[14];
+    char iana[9];
+    char sub_manufacturer[6];
+    char serial_format_to_ismp[100]; /**< from VPD version 0x0300 on: serial-number format to ISMP name, less a byte */
+} OemMachineRecord;
+
 /* ---- IPMI command path and FRU access --------------------------------------------------------------------------- */
 
 /** One IPMI request. `response` needs room for the longest answer; its byte 0 receives the completion code. */
@@ -302,6 +369,82 @@ int read_POSID_ext(void);
 extern char host_mac_cache[8][26];
 /** 1 once `host_mac_cache` has been filled. */
 extern uint8_t isHostMacCache;
+
+/* ---- Machine VPD ------------------------------------------------------------------------------------------------ */
+
+/**
+ * @brief Read the label/value pairs of FRU 0 and publish the first two labels. May wait 30 s for the IPMI stack.
+ * @param out_length out: 420; untouched without a product area
+ * @param capacity, reserved not used
+ * @param record 420 bytes, a MachineFieldsRecord
+ * @return 0, also without a product area; -1 for a null record; -9 when FRU 0 cannot be read or there is no memory
+ */
+int GetMachineFields(uint32_t *out_length, uint32_t capacity, uint32_t reserved, uint8_t *record);
+
+/**
+ * @brief Fill the seven label/value pairs from the custom fields of a product area. When the fields end early, the last
+ *        texts read go into every further pair.
+ * @param end one past the FRU image
+ * @param record 420 bytes, a MachineFieldsRecord
+ * @return 0
+ */
+int process_oemfields(const uint8_t *first_custom_field, const uint8_t *end, uint8_t *record);
+
+/**
+ * @brief Assemble the machine VPD record and publish the machine's identity. Holds `sysvpd_access_mutex`.
+ * @param out_length out: 1106
+ * @param capacity, request not used
+ * @param record 1106 bytes, a MachineVpdRecord
+ * @return 0, fields that cannot be read stay empty; -1 for a null record
+ */
+int GetMachineVPDImpl(uint32_t *out_length, uint32_t capacity, const char *request, uint8_t *record);
+
+/**
+ * @brief The machine VPD record, or the OEM machine record when `request` begins with "_req_oem".
+ * @param out_length out: 1106; untouched for the OEM record
+ * @param request may be null; no more than 8 characters are looked at
+ * @param record 1106 bytes, 1342 for the OEM record
+ * @return 0; -1 for a null record; the result of a failed GetMachineFields()
+ */
+int GetMachineVPD(uint32_t *out_length, uint32_t capacity, const char *request, uint8_t *record);
+
+/** @brief Copy "/tmp/machine.cache" under its lock. @param size 1106 @return 0 or -1. */
+int vpdd_machine_vpd_read(uint8_t *buffer, uint32_t size);
+/** @brief Copy "/tmp/oemMachine.cache" under its lock. @param size 1342 @return 0 or -1. */
+int vpdd_machine_oem_vpd_read(uint8_t *buffer, uint32_t size);
+/** @brief Copy a machine cache file without locking. @param oem 0 standard, 1 OEM @return 0 or -1. */
+int read_machine_vpd_cache_file(uint8_t *buffer, uint32_t size, uint32_t oem);
+/**
+ * @brief Replace a machine cache file as a whole, under the lock that its readers take.
+ * @param size 1106 or 1342
+ * @param oem 0 standard, 1 OEM
+ * @return 0 or -1
+ */
+int create_machine_vpd_cache_file(const uint8_t *buffer, uint32_t size, uint32_t oem);
+/** @brief Build both records and write both files. @return 0 or the result of the first step that failed. */
+int init_machine_vpd_cache_file(void);
+/** @brief Build both files, at most thirty times, sleeping 1 s after each. @return the last result, 0 on success. */
+int update_machine_vpd_cache_file(void);
+/** @brief The platform calls this when the system VPD changed. Not cancellable until both files are built. */
+void vpd_sysvpd_changed_notify_callback(void);
+/**
+ * @brief Wait for the lock of a machine cache file.
+ * @param fd out: the lock's descriptor; -1 when locking failed; untouched when the lock file cannot be opened
+ * @return 0, or negative
+ */
+int vpdd_machine_cache_file_lock_wait(int32_t *fd);
+/** @brief As vpdd_machine_cache_file_lock_wait(), for the OEM file. */
+int vpdd_machine_oem_cache_file_lock_wait(int32_t *fd);
+/** @brief As vpdd_file_unlock(). */
+int vpdd_machine_cache_file_unlock(int32_t fd);
+/** @brief As vpdd_file_unlock(). */
+int vpdd_machine_oem_cache_file_unlock(int32_t fd);
+
+/** The machine cache files: standard, OEM. */
+extern const char *const machine_vpd_cache_file[2];
+
+/** @brief Release a file lock and close its descriptor. Sleeps at least 100 ms. @return the result of closing. */
+int vpdd_file_unlock(int fd);
 
 /* ---- Component cache: record list, flag, dates ------------------------------------------------------------------ */
 

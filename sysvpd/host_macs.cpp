@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "sysvpd/host_macs.h"
+
 #include <array>
 #include <cstdio>
 #include <cstring>
 
 #include "base/log_line.h"
-#include "orva_vpdd.h"
 
 using namespace vpdd;
 
@@ -32,5 +33,5 @@ extern "C" void updateSysvpdMacAddressCache() {
         std::snprintf(slot, mac_text_size, "%.2X:%.2X:%.2X:%.2X:%.2X:%.2X", mac[0], mac[1], mac[2], mac[3], mac[4],
                       mac[5]);
     }
-    isHostMacCache = 1;  // also when none could be read
+    remember_host_macs();  // also when none could be read
 }
