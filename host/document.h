@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+// A server description as a JSON document: read, parsed and checked against the schema.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vpdd::host {
+
+using Json = nlohmann::json;
+using Bytes = std::vector<uint8_t>;
+
+/// Why a description cannot be played, with the place in it.
+class DescriptionError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+    DescriptionError(const Json::json_pointer& place, const std::string& reason)
+        : std::runtime_error((place.empty() ? "/" : place.to_string()) + ": " + reason) {}
+};
+
+/// The parsed text, which agrees with the schema. @throws DescriptionError
+Json checked_document(std::string_view text);
+
+/// The whole file. @throws std::system_error
+Bytes file_content(const std::filesystem::path& path);
+
+/// Pairs of digits, as the schema lets them through.
+Bytes bytes_of_hex(std::string_view digits);
+
+}  // namespace vpdd::host

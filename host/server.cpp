@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "host/server.h"
+
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace vpdd::host {
+
+namespace {
+
+std::mutex current_mutex;
+std::shared_ptr<Server> current;
+
+/// The server that was current.
+std::shared_ptr<Server> make_current(std::shared_ptr<Server> server) {
+    const std::scoped_lock lock(current_mutex);
+    current.swap(server);
+    return server;
+}
+
+Options options_of(const VpddHostOptions* options) {
+    if (options == nullptr) return {};
+    return {options->state_directory != nullptr ? options->state_directory : "",
+            options->sleep_factor,
+            {options->message, options->message_context},
+            options->progress,
+            options->progress_context};
+}
+
+std::filesystem::path store_path(const std::filesystem::path& state_directory) {
+    if (state_directory.empty()) return {};
+    std::filesystem::create_directories(state_directory);
+    return state_directory / "configuration.sqlite";
+}
+
+int fail(const std::string& reason, char* error, std::size_t error_size) {
+    if (error == nullptr || error_size == 0) return -1;
+    const std::size_t length = std::min(reason.size(), error_size - 1);
+    std::memcpy(error, reason.data(), length);
+    error[length] = '\0';
+    return -1;
+}
+
+/// Makes the described server the current one; the errors of its description begin with `prefix`.
+int open(std::string_view text, const std::filesystem::path& folder, const VpddHostOptions* options,
+         const std::string& prefix, char* error, std::size_t error_size) try {
+    vpdd_host_close();
+    make_current(std::make_shared<Server>(read_description(text, folder), options_of(options)));
+    return 0;
+} catch (const DescriptionError& reason) {
+    return fail(prefix + reason.what(), error, error_size);
+} catch (const std::exception& reason) {
+    return fail(reason.what(), error, error_size);
+}
+
+/// Beside this library where it was built, else where it is installed.
+std::filesystem::path find_server_folder() {
+    Dl_info library{};
+    if (dladdr(&current, &library) != 0 && library.dli_fname != nullptr) {
+        std::filesystem::path built = std::filesystem::path(library.dli_fname).replace_filename("servers");
+        if (std::filesystem::is_directory(built)) return built;
+    }
+    return VPDD_SERVER_FOLDER;
+}
+
+VpddHostVariable public_form(const Variable& variable) {
+    return {variable.name.c_str(),
+            variable.integer ? VPDD_HOST_INTEGER : VPDD_HOST_TEXT,
+            variable.integer.value_or(0),
+            variable.text.c_str(),
+            variable.flag,
+            variable.changed};
+}
+
+}  // namespace
+
+bool ReadProgress::is_first_read(uint8_t fru_id) {
+    const std::scoped_lock lock(mutex_);
+    if (read_.test(fru_id)) return false;
+    read_.set(fru_id);
+    return true;
+}
+
+Server::Server(Description server_description, Options server_options)
+    : description(std::move(server_description)),
+      options(std::move(server_options)),
+      system_vpd(description.system_vpd),
+      store(store_path(options.state_directory)),
+      trace_files(options.state_directory) {}
+
+std::shared_ptr<Server> current_server() {
+    const std::scoped_lock lock(current_mutex);
+    return current;
+}
+
+}  // namespace vpdd::host
+
+using namespace vpdd::host;
+
+extern "C" int vpdd_host_open_file(const char* path, const VpddHostOptions* options, char* error,
+                                   size_t error_size) try {
+    vpdd_host_close();
+    if (path == nullptr) return fail("no file given", error, error_size);
+    const std::filesystem::path file(path);
+    const Bytes content = file_content(file);
+    const std::string_view text(reinterpret_cast<const char*>(content.data()), content.size());
+    return open(text, file.parent_path(), options, file.string() + ": ", error, error_size);
+} catch (const std::exception& reason) {
+    return fail(reason.what(), error, error_size);
+}
+
+extern "C" int vpdd_host_open_text(const char* text, size_t length, const char* folder, const VpddHostOptions* options,
+                                   char* error, size_t error_size) {
+    vpdd_host_close();
+    if (text == nullptr) return fail("no text given", error, error_size);
+    return open({text, length}, folder != nullptr ? folder : "", options, "", error, error_size);
+}
+
+extern "C" void vpdd_host_close(void) { make_current(nullptr); }
+
+extern "C" const char* vpdd_host_server_folder(void) {
+    static const std::string folder = find_server_folder().string();
+    return folder.c_str();
+}
+
+extern "C" int vpdd_host_each_variable(VpddHostVariableVisitor visitor, void* context) {
+    const auto server = current_server();
+    if (!server || visitor == nullptr) return -1;
+    const auto variables = server->store.variables();
+    std::ranges::any_of(variables, [&](const Variable& variable) {
+        const VpddHostVariable shown = public_form(variable);
+        return visitor(context, &shown) != 0;
+    });
+    return 0;
+}
+
+extern "C" int vpdd_host_each_event(VpddHostEventVisitor visitor, void* context) {
+    const auto server = current_server();
+    if (!server || visitor == nullptr) return -1;
+    const auto events = server->store.events();
+    std::ranges::any_of(events, [&](const Event& event) {
+        const VpddHostEvent shown{event.name.c_str(), event.type, event.argument0, event.argument1, event.occurred};
+        return visitor(context, &shown) != 0;
+    });
+    return 0;
+}

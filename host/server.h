@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+// The open server: what its description holds, and what happens to it while it is open.
+#pragma once
+
+#include <atomic>
+#include <bitset>
+#include <memory>
+
+#include "host/config_store.h"
+#include "host/description.h"
+#include "host/log_messages.h"
+#include "host/system_vpd.h"
+#include "host/vpdd_host.h"
+
+namespace vpdd::host {
+
+struct Options {
+    std::filesystem::path state_directory;  ///< empty: nothing is kept
+    double sleep_factor = 0;
+    MessageSink sink;
+    VpddHostProgress progress = nullptr;
+    void* progress_context = nullptr;
+};
+
+/// Tells which FRU is being read, once for each.
+class ReadProgress {
+public:
+    /// Whether the FRU had not been read before.
+    bool is_first_read(uint8_t fru_id);
+
+private:
+    std::mutex mutex_;
+    std::bitset<256> read_;
+};
+
+class Server {
+public:
+    /// @throws std::exception
+    Server(Description server_description, Options server_options);
+
+    const Description description;
+    const Options options;
+    SystemVpd system_vpd;
+    ConfigStore store;
+    TraceFiles trace_files;
+    ReadProgress read_progress;
+};
+
+/// The open server or null. It lives at least as long as the caller holds it.
+std::shared_ptr<Server> current_server();
+
+}  // namespace vpdd::host

@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: Apache-2.0
+// sleep() and usleep() in the server's time: they stand before those of the C library.
+#include "host/sleep.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cmath>
+#include <ctime>
+
+#include "host/server.h"
+
+namespace vpdd::host {
+
+namespace {
+
+/// Seconds left of those asked for, when a signal ended the sleep.
+double sleep_scaled(double seconds) {
+    const auto server = current_server();
+    const double factor = server ? server->options.sleep_factor : 1;
+    return factor > 0 ? sleep_really(seconds * factor) / factor : 0;
+}
+
+}  // namespace
+
+double sleep_really(double seconds) {
+    double whole = 0;
+    const double fraction = std::modf(seconds, &whole);
+    const timespec duration{static_cast<time_t>(whole), static_cast<long>(fraction * 1e9)};
+    timespec left{};
+    if (clock_nanosleep(CLOCK_MONOTONIC, 0, &duration, &left) != EINTR) return 0;
+    return static_cast<double>(left.tv_sec) + static_cast<double>(left.tv_nsec) / 1e9;
+}
+
+}  // namespace vpdd::host
+
+extern "C" unsigned sleep(unsigned seconds) {
+    return static_cast<unsigned>(std::ceil(vpdd::host::sleep_scaled(seconds)));
+}
+
+extern "C" int usleep(useconds_t microseconds) {
+    if (vpdd::host::sleep_scaled(static_cast<double>(microseconds) / 1e6) <= 0) return 0;
+    errno = EINTR;
+    return -1;
+}
