@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "host/images/spd_image.h"
+#include "orva_vpdd.h"
 
 namespace vpdd::host {
 
@@ -24,7 +25,7 @@ images::ModuleType module_type_named(std::string_view name) {
 }
 
 images::MakerId maker_named(const std::string& name, const Json::json_pointer& place) try {
-    return images::maker_named(name);
+    return images::maker_named(name, jep_106);
 } catch (const std::invalid_argument&) {
     throw DescriptionError(place, "JEP106 has no manufacturer \"" + name + "\".");
 }
