@@ -58,7 +58,7 @@ extern "C" void spd_week_to_date(uint32_t year, uint32_t week, int* out_year, in
     uint32_t weeks = date.week;
     for (uint32_t earlier = first_year; earlier < date.year; ++earlier) weeks += weeks_of(earlier);
 
-    // Noon of the week's first day, so that no time zone moves it to a neighbouring day.
+    // Noon of the week's first day: less than 12 hours from UTC it is the same day in local time.
     const uint32_t minutes = minutes_per_week * (weeks - 1) + minutes_to_noon;
     const std::array<uint8_t, 3> packed{static_cast<uint8_t>(minutes), static_cast<uint8_t>(minutes >> 8U),
                                         static_cast<uint8_t>(minutes >> 16U)};
