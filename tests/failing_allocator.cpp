@@ -93,9 +93,12 @@ std::size_t AllocationWatch::allocations() const { return allocation_count; }
 
 bool AllocationWatch::has_failed() const { return failed; }
 
-std::size_t AllocationWatch::live_blocks() const {
+std::vector<const void*> AllocationWatch::blocks() const {
+    std::vector<const void*> copy;
+    copy.reserve(live.size());  // nothing may be allocated or freed under the lock
     const std::lock_guard lock(live_mutex);
-    return live_count;
+    copy.assign(live.begin(), live.begin() + static_cast<std::ptrdiff_t>(live_count));
+    return copy;
 }
 
 }  // namespace vpdd::test

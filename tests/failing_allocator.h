@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <vector>
 
 namespace vpdd::test {
 
@@ -40,7 +41,8 @@ public:
     /// Whether an allocation was made to fail.
     bool has_failed() const;
     /// Blocks that the library allocated under this watch and that nobody has freed.
-    std::size_t live_blocks() const;
+    std::size_t live_blocks() const { return blocks().size(); }
+    std::vector<const void*> blocks() const;
 };
 
 }  // namespace vpdd::test

@@ -65,9 +65,9 @@ std::string listed(const std::vector<Line>& lines) {
 
 uint16_t record_id(const Bytes& record) { return static_cast<uint16_t>(record.at(0) | record.at(1) << 8); }
 
-IpmiCall decoded_frame(Bytes frame) {
+IpmiCall decoded_frame(Bytes frame, uint32_t room) {
     // Target address, NetFn, LUN, command, data.
-    IpmiCall call{0, 0, {}, std::move(frame)};
+    IpmiCall call{0, 0, {}, std::move(frame), room};
     if (call.frame.size() < 4) return call;
     call.netfn = call.frame[1];
     call.cmd = call.frame[3];
@@ -561,7 +561,7 @@ int IPMI_DoIPMICmd(uint8_t netfn, uint8_t cmd, const uint8_t* request, uint32_t 
 
 int send_ipmi_cmd(const uint8_t* raw_request, uint32_t* raw_request_length, uint8_t* response,
                   uint32_t* response_length) {
-    const IpmiCall call = decoded_frame(copied(raw_request, *raw_request_length));
+    const IpmiCall call = decoded_frame(copied(raw_request, *raw_request_length), *response_length);
     platform().add_request(call);
     const IpmiReply reply = platform().ipmi_raw.answer(call);
     deliver(reply.bytes, response, *response_length);

@@ -155,10 +155,14 @@ struct IpmiCall {
     uint8_t netfn = 0;
     uint8_t cmd = 0;
     Bytes data;
-    Bytes frame{};  ///< the whole frame when it came as a raw one
+    Bytes frame{};      ///< the whole frame when it came as a raw one
+    uint32_t room = 0;  ///< for the answer to a raw frame, in bytes
 
     bool is(uint8_t of_netfn, uint8_t of_cmd) const { return netfn == of_netfn && cmd == of_cmd; }
-    bool operator==(const IpmiCall&) const = default;
+    /// The room is no part of the request.
+    bool operator==(const IpmiCall& other) const {
+        return is(other.netfn, other.cmd) && data == other.data && frame == other.frame;
+    }
 };
 
 struct IpmiReply {
