@@ -1,19 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "smbios_image.h"
+#include "host/images/smbios_image.h"
 
 #include <algorithm>
 #include <array>
 #include <iterator>
-#include <numeric>
 #include <optional>
 #include <stdexcept>
 #include <utility>
 
+#include "host/images/bytes.h"
+
 namespace vpdd::images {
 
 namespace {
-
-using Bytes = std::vector<uint8_t>;
 
 /// A little-endian number: offset and width in bytes.
 struct Field {
@@ -30,11 +29,6 @@ uint64_t number(std::span<const uint8_t> bytes, Field field) {
     uint64_t value = 0;
     for (std::size_t i = field.width; i > 0; --i) value = value << 8U | bytes[field.offset + i - 1];
     return value;
-}
-
-uint8_t sum(std::span<const uint8_t> bytes) {
-    return std::accumulate(bytes.begin(), bytes.end(), uint8_t{0},
-                           [](uint8_t total, uint8_t byte) { return static_cast<uint8_t>(total + byte); });
 }
 
 // ---- structure header (DSP0134, "Structure header format")
@@ -77,7 +71,7 @@ bool starts_with(std::span<const uint8_t> bytes, std::string_view anchor) {
 std::span<const uint8_t> table_behind(const EntryPoint& entry_point, std::span<const uint8_t> bytes) {
     if (bytes.size() < dumped_table_offset) return {};
     const uint64_t length = number(bytes, entry_point.length);
-    if (length < entry_point.size || length > dumped_table_offset || sum(bytes.first(length)) != 0) return {};
+    if (length < entry_point.size || length > dumped_table_offset || zero_checksum(bytes.first(length)) != 0) return {};
 
     // An address of the host's memory, in a dump that kept it, says nothing about the place in the file.
     const uint64_t address = number(bytes, entry_point.table_address);
@@ -135,7 +129,7 @@ SmbiosStructure& SmbiosStructure::number(uint8_t offset, std::size_t width, uint
 Bytes SmbiosStructure::bytes() const {
     Bytes all = formatted_;
     for (const std::string& text : strings_) {
-        all.insert(all.end(), text.begin(), text.end());
+        append(all, text_bytes(text));
         all.push_back(0);
     }
     if (strings_.empty()) all.push_back(0);
@@ -146,7 +140,10 @@ Bytes SmbiosStructure::bytes() const {
 // ---- MemoryDeviceImage
 
 MemoryDeviceImage::MemoryDeviceImage() : structure_(memory_device_type, memory_device_length) {
-    memory_error_information_handle(no_error_information).form_factor(unknown).memory_type(unknown);
+    memory_error_information_handle(no_error_information)
+        .form_factor(unknown)
+        .memory_type(unknown)
+        .memory_technology(unknown);
 }
 
 MemoryDeviceImage& MemoryDeviceImage::length(uint8_t length) {
@@ -244,7 +241,7 @@ SmbiosImage& SmbiosImage::add(SmbiosStructure structure) {
 }
 
 SmbiosImage& SmbiosImage::raw(std::span<const uint8_t> bytes) {
-    structures_.insert(structures_.end(), bytes.begin(), bytes.end());
+    append(structures_, bytes);
     return *this;
 }
 
@@ -264,8 +261,8 @@ Bytes SmbiosImage::file() const {
     put(all, entry_point_64_revision, 1);
     put(all, entry_point_64.table_size, structures.size());
     put(all, entry_point_64.table_address, dumped_table_offset);
-    put(all, entry_point_64.checksum, 0x100U - sum(all));
-    all.insert(all.end(), structures.begin(), structures.end());
+    put(all, entry_point_64.checksum, zero_checksum(all));
+    append(all, structures);
     return all;
 }
 

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/images/bytes.h"
 #include "orva_vpdd.h"
 
 namespace vpdd::images {
@@ -32,12 +33,12 @@ public:
     SmbiosStructure& length(uint8_t length);
 
     /// Formatted area, strings, and the two NULs at the end.
-    std::vector<uint8_t> bytes() const;
+    Bytes bytes() const;
 
 private:
     SmbiosStructure& number(uint8_t offset, std::size_t width, uint64_t value);
 
-    std::vector<uint8_t> formatted_;
+    Bytes formatted_;
     std::vector<std::string> strings_;
 };
 
@@ -93,7 +94,7 @@ public:
     /// For structures that no setter above makes.
     SmbiosStructure& structure() { return structure_; }
 
-    std::vector<uint8_t> bytes() const { return structure_.bytes(); }
+    Bytes bytes() const { return structure_.bytes(); }
 
 private:
     Self& byte(uint8_t offset, uint8_t value);
@@ -121,14 +122,14 @@ public:
     SmbiosImage& raw(std::span<const uint8_t> bytes);
 
     /// The structures with the end-of-table structure (type 127) behind them.
-    std::vector<uint8_t> table() const;
+    Bytes table() const;
     /// The file that `dmidecode --dump-bin` writes: the SMBIOS 3 entry point, padded to 32 bytes, then the table.
-    std::vector<uint8_t> file() const;
+    Bytes file() const;
 
 private:
     uint16_t latest_handle_ = 0;
     uint16_t memory_array_handle_ = 0xFFFF;  // none
-    std::vector<uint8_t> structures_;
+    Bytes structures_;
 };
 
 /// A table taken apart. Whatever get() hands out lives as long as this object.
@@ -144,7 +145,7 @@ private:
     void add(const uint8_t* structure);
     SmbiosTypeGroup& group_of(uint8_t type);
 
-    std::vector<uint8_t> bytes_;
+    Bytes bytes_;
     std::deque<SmbiosTypeGroup> groups_;
     std::deque<SmbiosEntry> entries_;
     std::map<uint8_t, SmbiosEntry*> latest_;
