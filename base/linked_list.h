@@ -2,6 +2,8 @@
 // The doubly linked lists of records. Each exported list operation is one of these; none of them takes a lock.
 #pragma once
 
+#include <cstdlib>
+
 namespace vpdd {
 
 template <class List, class Node>
@@ -39,5 +41,26 @@ void unlink(List* list, Node* node) {
     (node->next != nullptr ? node->next->prev : list->tail) = node->prev;
     (node->prev != nullptr ? node->prev->next : list->head) = node->next;
 }
+
+template <class List, class Node>
+void remove_and_free(List* list, Node* node) {
+    if (list == nullptr || node == nullptr) return;
+    unlink(list, node);
+    std::free(node);
+}
+
+/// A list whose nodes are freed with it.
+template <class List>
+struct OwnedList : List {
+    OwnedList() : List{} {}
+    ~OwnedList() {
+        while (this->head != nullptr) remove_and_free<List>(this, this->head);
+    }
+    OwnedList(const OwnedList&) = delete;
+    OwnedList& operator=(const OwnedList&) = delete;
+
+    /// The nodes are never freed.
+    void leave_allocated_for_good() { this->head = this->tail = nullptr; }
+};
 
 }  // namespace vpdd

@@ -31,6 +31,14 @@ void assign_text(char (&field)[Size], const char* text, std::size_t limit = Size
     assign_text(field, text == nullptr ? std::string_view{} : bounded_view(text, limit), limit);
 }
 
+/// A copy of a field that may lack its terminator, as it does in an entry read from flash.
+template <std::size_t Size>
+struct Terminated {
+    explicit Terminated(const char (&field)[Size]) { std::memcpy(text, field, Size); }
+    const char* c_str() const { return text; }
+    char text[Size + 1] = {};
+};
+
 /// Two decimal digits packed into a byte; nibbles above 9 are not rejected.
 constexpr uint32_t bcd_value(uint8_t packed) { return (packed >> 4U) * 10U + (packed & 0x0FU); }
 

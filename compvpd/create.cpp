@@ -3,9 +3,11 @@
 #include "base/scoped_lock.h"
 #include "base/text.h"
 #include "compvpd/cache.h"
-#include "compvpd/decode.h"
+#include "compvpd/decode_areas.h"
+#include "compvpd/decode_dimm.h"
 #include "compvpd/locator.h"
 #include "compvpd/scan.h"
+#include "ipmi/multirecord.h"
 
 namespace {
 
@@ -17,9 +19,6 @@ constexpr int retries = 3;
 
 constexpr int sdr_unreadable = -3;
 constexpr int module_without_size = -1;
-
-constexpr uint32_t usual_image_size = 512;
-constexpr uint32_t cartridge_format = 3;
 
 void wait_for_ipmi() {
     sleep(first_wait);
@@ -36,45 +35,11 @@ void wait_for_ipmi() {
     }
 }
 
-void set_identity(ComponentVpdNode& node) {
-    ComponentVpdRecord& record = node.record;
-    record.status = 0;
-    record.timestamp = 0;
-    vpdd::assign_text(record.name, node.locator.id_string);
-    record.fru_id = node.locator.fru_device_id;
-    record.entity_id = node.locator.entity_id;
-    record.entity_instance = vpdd::instance_of(node.locator);
-}
-
-/// False for formats that are not read; processor cartridges are marked as such.
-bool is_handled_format(ComponentVpdNode& node) {
-    const FruLocatorCopy& locator = node.locator;
-    const bool is_cartridge = locator.device_type == vpdd::device_type_fru &&
-                              locator.device_type_modifier == vpdd::modifier_processor_cartridge;
-    if (locator.device_type == vpdd::device_type_fru && !is_cartridge) return true;
-    vpdd::log_text(vpdd::log_warning, "%s %02X.%02X skip unhandled format=%02X.%02X.", create_name,
-                   node.record.entity_id, node.record.entity_instance, locator.device_type,
-                   locator.device_type_modifier);
-    if (is_cartridge) node.record.vpd_format = cartridge_format;
-    return false;
-}
-
-/// Room for the FRU's image; false when the node is to be passed over.
-bool prepare_image(ComponentVpdRecord& record, vpdd::FruImage& image, uint32_t& size) {
-    if (!image.allocate(usual_image_size)) {
-        vpdd::log_text(vpdd::log_warning, "%s(%d) - calloc FRU data fail", create_name, __LINE__);
-        return false;
-    }
-    if (read_fru_size(record.fru_id, &size) != 0) {
-        record.is_cached = 0;
-        return false;
-    }
-    if (size <= usual_image_size) return true;
-    vpdd::log_text(vpdd::log_warning, "%s(%d) - FRU size is larger than %d, fru_size=%d", create_name, __LINE__,
-                   static_cast<int>(usual_image_size), static_cast<int>(size));
-    if (image.enlarge(size)) return true;
-    vpdd::log_text(vpdd::log_warning, "%s(%d) - realloc FRU data fail", create_name, __LINE__);
-    return false;
+void begin_record(ComponentVpdNode& node) {
+    node.record.status = 0;
+    node.record.timestamp = 0;
+    vpdd::assign_text(node.record.name, node.locator.id_string);
+    vpdd::set_address(node);
 }
 
 void note_failed_fru_read(const vpdd::FruImage::ReadEnd& at, ComponentVpdRecord& record) {
@@ -88,16 +53,60 @@ void note_failed_fru_read(const vpdd::FruImage::ReadEnd& at, ComponentVpdRecord&
                    static_cast<int>(at.remaining), static_cast<int>(at.offset));
 }
 
-/// Reads and decodes one component. False: a module without a size ends the whole run.
-bool decode_node(ComponentVpdNode& node, vpdd::DimmRun& run) {
-    ComponentVpdRecord& record = node.record;
-    set_identity(node);
-    if (!is_handled_format(node)) return true;
+void decode_fru(const vpdd::Run& run, const vpdd::FruImage& image, ComponentVpdRecord& record) {
+    FruAreaPointers areas{};
+    parse_fru_header(image.bytes(), &areas);
+    if (areas.board != nullptr) {
+        vpdd::decode_board(run, areas.board, image, record);
+    } else if (areas.product != nullptr) {
+        vpdd::decode_product(areas.product, image, record);
+    }
+    record.is_cached = vpdd::has_any_area(areas) ? 1 : 0;
+    vpdd::process_multirecords(areas.multirecord, image.end(), &record);
+}
 
-    vpdd::FruImage image;
-    uint32_t size = 0;
-    if (!prepare_image(record, image, size)) return true;
-    const vpdd::FruImage::ReadEnd end = image.read(record.fru_id, size);
+/// Logs at the highest priority, so that the dump is never filtered.
+void dump_ddr5(const vpdd::Run& run, const vpdd::FruImage& image) {
+    vpdd::log_ddr5(run, image);
+    const uint8_t* const end = image.bytes() + run.ddr5_length;
+    for (const uint8_t* line = image.bytes(); line < end; line += 8) {
+        vpdd::log_text(vpdd::log_emergency, "%02x %02x %02x %02x %02x %02x %02x %02x ", line[0], line[1], line[2],
+                       line[3], line[4], line[5], line[6], line[7]);
+    }
+}
+
+/// False for a module without a size.
+bool decode_dimm(vpdd::Run& run, const vpdd::FruImage& image, ComponentVpdRecord& record) {
+    switch (vpdd::begin_dimm(run, image, record)) {
+        case vpdd::DimmPath::ddr3:
+            if (vpdd::check_stored_crc(image, record.spd_info) == 1) vpdd::decode_ddr3(run, image, record);
+            return true;
+        case vpdd::DimmPath::ddr4:
+            vpdd::decode_ddr4(run, image, ", locator des:", record);
+            return true;
+        case vpdd::DimmPath::ddr5:
+            dump_ddr5(run, image);
+            vpdd::decode_ddr5(run, image, record);
+            return true;
+        case vpdd::DimmPath::ddr5_without_size:
+            return false;
+        case vpdd::DimmPath::none:
+            return true;
+    }
+    return true;
+}
+
+/// Reads and decodes one component. False: a module without a size ends the whole run.
+bool decode_node(vpdd::Run& run, ComponentVpdNode& node) {
+    ComponentVpdRecord& record = node.record;
+    begin_record(node);
+    if (!vpdd::is_handled_format(run, node)) return true;
+
+    vpdd::PreparedImage prepared = vpdd::prepare_image(run, record.fru_id, "");
+    if (prepared.state == vpdd::Preparation::size_unreadable) record.is_cached = 0;
+    if (prepared.state != vpdd::Preparation::ready) return true;
+    vpdd::FruImage& image = prepared.image;
+    const vpdd::FruImage::ReadEnd end = image.read(record.fru_id, prepared.size);
 
     switch (node.locator.device_type_modifier) {
         case vpdd::modifier_fru_unspecified:
@@ -105,7 +114,7 @@ bool decode_node(ComponentVpdNode& node, vpdd::DimmRun& run) {
             if (end.result != 0) {
                 note_failed_fru_read(end, record);
             } else {
-                vpdd::decode_fru_areas(image, record);
+                decode_fru(run, image, record);
             }
             return true;
         case vpdd::modifier_dimm:
@@ -113,7 +122,7 @@ bool decode_node(ComponentVpdNode& node, vpdd::DimmRun& run) {
                 vpdd::note_failed_dimm_read(image, record);
                 return true;
             }
-            if (vpdd::decode_dimm(image, record, run)) return true;
+            if (decode_dimm(run, image, record)) return true;
             image.leave_allocated_for_good();
             return false;
         default:
@@ -121,9 +130,9 @@ bool decode_node(ComponentVpdNode& node, vpdd::DimmRun& run) {
     }
 }
 
-bool decode_all_nodes(vpdd::DimmRun& run) {
+bool decode_all_nodes(vpdd::Run& run) {
     for (ComponentVpdNode* node = vpdd::component_vpd_list.head; node != nullptr; node = node->next) {
-        if (!decode_node(*node, run)) return false;
+        if (!decode_node(run, *node)) return false;
     }
     return true;
 }
@@ -146,7 +155,7 @@ extern "C" int CreateComponentVPDCache() {
     if (!vpdd::scan_sdr_repository(counts)) return sdr_unreadable;
     vpdd::publish_counts(counts);
 
-    vpdd::DimmRun run;
+    vpdd::Run run{__func__};
     vpdd_load_smbios_table(&run.smbios);
     if (!decode_all_nodes(run)) {
         // Deliberate: the mutex stays locked and nothing is released; every later cache call blocks.

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "compvpd/decode_dimm.h"
+
 #include <array>
 #include <cstring>
 #include <string_view>
@@ -8,7 +10,6 @@
 #include "base/heap.h"
 #include "base/log_line.h"
 #include "base/text.h"
-#include "compvpd/decode.h"
 #include "ipmi/request.h"
 #include "spd/spd_bytes.h"
 #include "spd/timing.h"
@@ -17,7 +18,6 @@ namespace {
 
 using namespace vpdd::spd;
 
-constexpr char create_name[] = "CreateComponentVPDCache";
 constexpr uint32_t ddr3_length = 224;  // bytes that the DDR3 decoders are told of
 constexpr std::size_t locator_limit = 16;
 constexpr char flash_dimm_maker[] = "Diablo Technologies";
@@ -45,48 +45,22 @@ bool set_ddr5_length(const uint8_t* spd, uint32_t& length) {
     return true;
 }
 
-/// Logs at the highest priority, so that the dump is never filtered.
-void dump_ddr5(const uint8_t* spd, uint32_t length) {
-    vpdd::log_text(vpdd::log_emergency, "== DDR5 DIMM SPD ==(%d)<%d>", spd[first_byte] & ddr5_size_mask,
-                   static_cast<int>(length));
-    for (const uint8_t* line = spd; line < spd + length; line += 8) {
-        vpdd::log_text(vpdd::log_emergency, "%02x %02x %02x %02x %02x %02x %02x %02x ", line[0], line[1], line[2],
-                       line[3], line[4], line[5], line[6], line[7]);
-    }
-}
-
-/// Cross-checks the module with SMBIOS and tells which look-up failed.
-struct SmbiosFailures {
-    bool config_speed, size_and_speed;
+/// What the messages about a failed look-up end with.
+struct LookUpTexts {
+    const char* serial;
+    const char* locator;
 };
 
-SmbiosFailures look_up_smbios(SmbiosTable* smbios, SpdInfo& spd_info) {
-    return {
-        vpdd_get_config_speed_from_smbios_by_serial_number(smbios, spd_info.serial_number, &spd_info.config_speed) != 0,
-        vpdd_get_size_speed_from_smbios_by_device_locator(smbios, spd_info.description, &spd_info.smbios_size,
-                                                          &spd_info.smbios_speed) != 0};
-}
-
-void look_up_smbios_by_name(SmbiosTable* smbios, SpdInfo& spd_info) {
-    const SmbiosFailures failed = look_up_smbios(smbios, spd_info);
-    if (failed.config_speed) {
-        vpdd::log_spaced_line(vpdd::log_info, create_name,
-                              "ERROR:Get config speed from smbios table error, serial_number:%s",
-                              spd_info.serial_number);
+void look_up_smbios(const vpdd::Run& run, const LookUpTexts& texts, SpdInfo& spd_info) {
+    if (vpdd_get_config_speed_from_smbios_by_serial_number(run.smbios, spd_info.serial_number,
+                                                           &spd_info.config_speed) != 0) {
+        vpdd::log_spaced_line(vpdd::log_info, run.function, "ERROR:Get config speed from smbios table error%s%s",
+                              texts.serial, *texts.serial != '\0' ? spd_info.serial_number : "");
     }
-    if (failed.size_and_speed) {
-        vpdd::log_spaced_line(vpdd::log_info, create_name,
-                              "ERROR:Get size and speed from smbios table error, locator des:%s", spd_info.description);
-    }
-}
-
-void look_up_smbios_plainly(SmbiosTable* smbios, SpdInfo& spd_info) {
-    const SmbiosFailures failed = look_up_smbios(smbios, spd_info);
-    if (failed.config_speed) {
-        vpdd::log_spaced_line(vpdd::log_info, create_name, "ERROR:Get config speed from smbios table error");
-    }
-    if (failed.size_and_speed) {
-        vpdd::log_spaced_line(vpdd::log_info, create_name, "ERROR:Get size and speed from smbios table error");
+    if (vpdd_get_size_speed_from_smbios_by_device_locator(run.smbios, spd_info.description, &spd_info.smbios_size,
+                                                          &spd_info.smbios_speed) != 0) {
+        vpdd::log_spaced_line(vpdd::log_info, run.function, "ERROR:Get size and speed from smbios table error%s%s",
+                              texts.locator, *texts.locator != '\0' ? spd_info.description : "");
     }
 }
 
@@ -147,47 +121,6 @@ void decode_ddr3_timing(const uint8_t* spd, SpdInfo& spd_info) {
     }
 }
 
-void decode_ddr3(const uint8_t* spd, ComponentVpdRecord& record, SmbiosTable* smbios) {
-    SpdInfo& spd_info = record.spd_info;
-    spd_info.crc = vpdd::little_endian_16(spd + crc_byte);
-    if (check_spd_crc(spd, ddr3_length, &spd_info.crc) != 1) return;
-
-    set_locator(record);
-    decode_ddr3_identity(spd, spd_info);
-    set_manufacture_date(record);
-    decode_ddr3_maker_and_size(spd, spd_info);
-    look_up_smbios_by_name(smbios, spd_info);
-    spd_info.module_voltage = spd[ddr3::nominal_voltage];
-    decode_ddr3_timing(spd, spd_info);
-    spd_info.ecc_bits = get_dimm_eccbit(spd, ddr3_length);
-    record.is_cached = 1;
-}
-
-void decode_ddr4(const uint8_t* spd, ComponentVpdRecord& record, SmbiosTable* smbios) {
-    set_locator(record);
-    const int result = vpdd_Handle_DDR4_SPD(spd, &record.spd_info);
-    if (result != 0) {
-        vpdd::log_spaced_line(vpdd::log_info, create_name, "ERROR:vpdd_Handle_DDR4_SPD is Failed. rst:%d", result);
-        return;
-    }
-    look_up_smbios_by_name(smbios, record.spd_info);
-    set_manufacture_date(record);
-    record.is_cached = 1;
-}
-
-void decode_ddr5(const uint8_t* spd, ComponentVpdRecord& record, const vpdd::DimmRun& run) {
-    dump_ddr5(spd, run.ddr5_length);
-    set_locator(record);
-    const int result = vpdd_Handle_DDR5_SPD(spd, &record.spd_info);
-    if (result != 0) {
-        vpdd::log_spaced_line(vpdd::log_error, create_name, "ERROR:vpdd_Handle_DDR5_SPD is Failed. rst:%d", result);
-        return;
-    }
-    look_up_smbios_plainly(run.smbios, record.spd_info);
-    set_manufacture_date(record);
-    record.is_cached = 1;
-}
-
 }  // namespace
 
 namespace vpdd {
@@ -197,28 +130,75 @@ void note_failed_dimm_read(const FruImage& image, ComponentVpdRecord& record) {
     if (image.bytes()[0] == ipmi_not_present) record.spd_info = {};
 }
 
-bool decode_dimm(const FruImage& image, ComponentVpdRecord& record, DimmRun& run) {
-    const uint8_t* spd = image.bytes();
+DimmPath begin_dimm(Run& run, const FruImage& image, ComponentVpdRecord& record) {
     record.spd_info = {};
-    const Layout layout = layout_of(spd);
-    if (layout == Layout::nvdimm_as_ddr5) run.ddr5_length = 1024;
-    if (layout == Layout::ddr5 && !set_ddr5_length(spd, run.ddr5_length)) return false;
-
-    switch (layout) {
+    switch (layout_of(image.bytes())) {
         case Layout::ddr3:
-            decode_ddr3(spd, record, run.smbios);
-            break;
+            return DimmPath::ddr3;
         case Layout::ddr4:
         case Layout::nvdimm_as_ddr4:
-            decode_ddr4(spd, record, run.smbios);
-            break;
-        case Layout::ddr5:
+            return DimmPath::ddr4;
         case Layout::nvdimm_as_ddr5:
-            decode_ddr5(spd, record, run);
-            break;
+            run.ddr5_length = 1024;
+            return DimmPath::ddr5;
+        case Layout::ddr5:
+            return set_ddr5_length(image.bytes(), run.ddr5_length) ? DimmPath::ddr5 : DimmPath::ddr5_without_size;
         default:
-            break;
+            return DimmPath::none;
     }
+}
+
+int check_stored_crc(const FruImage& image, SpdInfo& spd_info) {
+    spd_info.crc = little_endian_16(image.bytes() + crc_byte);
+    return check_spd_crc(image.bytes(), ddr3_length, &spd_info.crc);
+}
+
+uint8_t device_type_of(const FruImage& image) { return image.bytes()[device_type_byte]; }
+
+uint32_t ddr3_bus_width(const FruImage& image) { return get_dimm_bus_width(image.bytes(), ddr3_length); }
+
+void log_ddr5(const Run& run, const FruImage& image) {
+    log_text(log_emergency, "== DDR5 DIMM SPD ==(%d)<%d>", image.bytes()[first_byte] & ddr5_size_mask,
+             static_cast<int>(run.ddr5_length));
+}
+
+void decode_ddr3(const Run& run, const FruImage& image, ComponentVpdRecord& record) {
+    const uint8_t* const spd = image.bytes();
+    SpdInfo& spd_info = record.spd_info;
+    set_locator(record);
+    decode_ddr3_identity(spd, spd_info);
+    set_manufacture_date(record);
+    decode_ddr3_maker_and_size(spd, spd_info);
+    look_up_smbios(run, {", serial_number:", ", locator des:"}, spd_info);
+    spd_info.module_voltage = spd[ddr3::nominal_voltage];
+    decode_ddr3_timing(spd, spd_info);
+    spd_info.ecc_bits = get_dimm_eccbit(spd, ddr3_length);
+    record.is_cached = 1;
+}
+
+bool decode_ddr4(const Run& run, const FruImage& image, const char* locator_text, ComponentVpdRecord& record) {
+    set_locator(record);
+    const int result = vpdd_Handle_DDR4_SPD(image.bytes(), &record.spd_info);
+    if (result != 0) {
+        log_spaced_line(log_info, run.function, "ERROR:vpdd_Handle_DDR4_SPD is Failed. rst:%d", result);
+        return false;
+    }
+    look_up_smbios(run, {", serial_number:", locator_text}, record.spd_info);
+    set_manufacture_date(record);
+    record.is_cached = 1;
+    return true;
+}
+
+bool decode_ddr5(const Run& run, const FruImage& image, ComponentVpdRecord& record) {
+    set_locator(record);
+    const int result = vpdd_Handle_DDR5_SPD(image.bytes(), &record.spd_info);
+    if (result != 0) {
+        log_spaced_line(log_error, run.function, "ERROR:vpdd_Handle_DDR5_SPD is Failed. rst:%d", result);
+        return false;
+    }
+    look_up_smbios(run, {"", ""}, record.spd_info);
+    set_manufacture_date(record);
+    record.is_cached = 1;
     return true;
 }
 

@@ -26,6 +26,7 @@
 
 #include <pthread.h>
 #include <stdint.h>
+#include <stdio.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -155,6 +156,51 @@ typedef struct ComponentRequest {
     uint8_t fru_id; /**< 0 and 0xFF: the first record */
     uint32_t probe; /**< non-zero: only ask whether records exist */
 } ComponentRequest;
+
+/** One loaded entry of the activity log. */
+typedef struct StatusNode {
+    struct StatusNode *prev; /**< null at the oldest entry */
+    struct StatusNode *next; /**< null at the newest entry */
+    ComponentVpdRecord entry;
+} StatusNode;
+
+/** A loaded activity log. */
+typedef struct StatusList {
+    StatusNode *head; /**< oldest */
+    StatusNode *tail; /**< newest */
+} StatusList;
+
+typedef struct PciNode {
+    struct PciNode *prev;
+    struct PciNode *next;
+    uint8_t record[158];
+} PciNode;
+
+typedef struct PciList {
+    PciNode *head;
+    PciNode *tail;
+} PciList;
+
+/** A row for the change-history database, 616 bytes. */
+typedef struct ChangeHistoryRecord {
+    uint32_t reserved_0;
+    char time_text[64];       /**< "11/14/2023,22:13:20", local time; empty when it cannot be converted */
+    char time_iso[64];        /**< "2023-11-14T22:13", local time */
+    uint32_t time;            /**< seconds since the Unix epoch, low 32 bits */
+    uint32_t one;             /**< always 1 */
+    uint32_t reserved_140;
+    int32_t status;           /**< 1 installed, 0 removed, 255 presence sensor missing */
+    uint8_t reserved_148[76];
+    char board_extra[64];
+    char name[64];
+    char serial_number[64];
+    char mfg_id[64];
+    char part_number[64];     /**< processors: a text of the OEM processor record */
+    uint32_t cpu_words[3];    /**< processors only: the record's bytes 103 to 114 */
+    uint8_t reserved_556[52];
+    uint32_t entity_instance;
+    uint32_t reserved_612;
+} ChangeHistoryRecord;
 
 /** The machine VPD record, 1106 bytes; every text is zero-terminated inside its field. */
 typedef struct MachineVpdRecord {
@@ -443,9 +489,6 @@ int vpdd_machine_oem_cache_file_unlock(int32_t fd);
 /** The machine cache files: standard, OEM. */
 extern const char *const machine_vpd_cache_file[2];
 
-/** @brief Release a file lock and close its descriptor. Sleeps at least 100 ms. @return the result of closing. */
-int vpdd_file_unlock(int fd);
-
 /* ---- Component cache: record list, flag, dates ------------------------------------------------------------------ */
 
 /** @brief Insert `node` behind `at`. @return `list`. Nothing happens when an argument is null. Takes no lock. */
@@ -517,6 +560,16 @@ extern pthread_mutex_t sysvpd_access_mutex;
 int CreateComponentVPDCache(void);
 
 /**
+ * @brief Read every FRU of the cache again and publish the totals. Holds `compvpd_access_mutex` across all FRU reads.
+ * @return 0; 64 when the SMBIOS table could not be loaded; -10 when a FRU could not be read; -4 no cache; -1 for a DDR5
+ *         image without a size
+ */
+int UpdateComponentVPDCache(void);
+
+/** @brief Empty the cache; it can be created again. @return 0, or -5 without a cache. */
+int DestroyComponentVPDCache(void);
+
+/**
  * @brief Publish asset-tag type and language code of FRU 0's product area.
  * @return 0, also without a product area; -1 when memory or the FRU could not be had
  */
@@ -548,6 +601,117 @@ int GetComponentVPD_KIVA(uint32_t *out_length, uint32_t size, const void *ignore
  * @return 0; -1 not found; -4 no cache
  */
 int FindFRURecord(uint32_t fru_id, ComponentVpdRecord **out);
+
+/* ---- Activity log ----------------------------------------------------------------------------------------------- */
+
+/** @brief CRC-32 of IEEE 802.3 (reflected polynomial 0xEDB88320). */
+uint32_t calc_crc(const uint8_t *buffer, uint32_t length);
+
+/**
+ * @brief Append the valid entries of the activity log to `list`, oldest first. Takes no lock; the caller frees the nodes.
+ * @return entries loaded; -1 null list or no log; -6 no memory; -32 seek failure
+ */
+int log_inventory(StatusList *list);
+
+/** @brief Write one entry of 1512 bytes; a null stream is left alone. */
+void log_write_node(FILE *stream, const ComponentVpdRecord *record);
+
+/**
+ * @brief Rewrite the log with `record` added, under "/tmp/vpdd_lock". The log must exist.
+ * @param mode 0 append; 1 first close the newest open entry of the same FRU id
+ */
+void log_update(const ComponentVpdRecord *record, int mode);
+
+/** @brief 0 back the log up, 1 discard the backup, 2 recover from it. @return the command's result, or -1. */
+int log_handle(int flag);
+
+/**
+ * @brief Wait for the activity log's lock.
+ * @param fd_out out: the lock's descriptor; -1 when locking failed; untouched when the lock file cannot be opened
+ * @return 0, or negative
+ */
+int vpdd_file_lock_wait(int *fd_out);
+
+/** @brief Release a file lock and close its descriptor. Sleeps at least 100 ms. @return the result of closing. */
+int vpdd_file_unlock(int fd);
+
+/** @brief Insert `node` behind `at`. @return `list`. Nothing happens when an argument is null. Takes no lock. */
+StatusList *insert_status_node_back(StatusList *list, StatusNode *at, StatusNode *node);
+/** @brief Insert `node` before `at`. Nothing happens when an argument is null. Takes no lock. */
+void insert_status_node(StatusList *list, StatusNode *at, StatusNode *node);
+/** @brief Append `node`. @return `list`; null when the node became the only element. Takes no lock. */
+StatusList *insert_status_node_last(StatusList *list, StatusNode *node);
+/** @brief Unlink `node` and free it. Takes no lock. */
+void remove_status_node(StatusList *list, StatusNode *node);
+
+/** CRC register after eight shift steps from each byte value. */
+extern const uint32_t crc_table[256];
+
+/* ---- Component status ------------------------------------------------------------------------------------------- */
+
+/**
+ * @brief Carry the logged statuses into the cache (mode 0), or find out which components are present (any other mode).
+ *        Holds `compvpd_access_mutex`.
+ * @return 0; -4 no cache; -32 the log cannot be created; -1 the cache went away during the pass: fatal, the mutex stays
+ *         locked
+ */
+int UpdateComponentStatus(int mode);
+
+/** @brief Replace the newest log entry of the same component and status by `record`. @return 0 or -1. */
+int UpdateHardwareActivityLog(const ComponentVpdRecord *record);
+
+/**
+ * @brief Merge the components of the change-history database into the log.
+ * @param current loaded records to compare with, newest last; may be null
+ * @return what the database's release function returns, 0 without a database
+ */
+int UpdateExtendComponentStatus(void *reserved, StatusList *current);
+
+/* ---- Clients ---------------------------------------------------------------------------------------------------- */
+
+/**
+ * @brief Ask the VPD daemon for a block of data over "/tmp/vpdd.sock".
+ * @param size_out out: size of the reply; untouched for an empty one
+ * @param buffer room for the largest reply to this request, whatever `expected_size` says
+ * @return 0, or -1 without a connection
+ */
+int vpdd_read_component_data(const char *request, uint32_t *size_out, uint32_t reserved, uint32_t expected_size,
+                             void *buffer);
+
+/** @brief Activity log: 51 read, 53 free, 54 clean. @return 0; -1 failed; -2 unknown operation. Takes no lock. */
+int access_vpd_log(int operation, StatusList **handle);
+/** @brief PCI log: 51 read, 53 free. @return 0; -1 failed; -2 unknown operation. */
+int access_pci_log(int operation, PciList **handle);
+/** @brief Load the activity log under its lock; release it with vpdd_serv_freelog(). @return 0 or -1. */
+int vpdd_serv_readlog(StatusList **handle_out);
+/** @brief Free a loaded log. @return the result of unlocking; the characters of the message when locking failed. */
+int vpdd_serv_freelog(StatusList **handle_inout);
+/** @brief Empty the activity log. @return as vpdd_serv_freelog(). */
+int vpdd_serv_cleanlog(void);
+/** @brief The PCI log cannot be read. @return -1, with a null handle. */
+int vpdd_pci_readlog(PciList **handle_out);
+/** @return 0, or -1 for a null handle. */
+int vpdd_pci_freelog(PciList **handle_inout);
+
+/** @brief As insert_status_node_back(). */
+PciList *insert_pci_node_back(PciList *list, PciNode *at, PciNode *node);
+/** @brief As insert_status_node(). */
+void insert_pci_node(PciList *list, PciNode *at, PciNode *node);
+/** @brief As insert_status_node_last(). */
+PciList *insert_pci_node_last(PciList *list, PciNode *node);
+/** @brief As remove_status_node(). */
+void remove_pci_node(PciList *list, PciNode *node);
+
+/* ---- Change history --------------------------------------------------------------------------------------------- */
+
+/** @brief Open liborvadb_chghist.so; the library's constructor does. @return 1, or -1. */
+int vpdd_load_chghist_lib(void);
+/** @brief Close it; the library's destructor does. @return the result of closing, 0 when nothing was loaded. */
+int vpdd_close_chghist_lib(void);
+/** @brief Fill a zeroed change-history record. @return 0. */
+int get_chghist_md_data(const ComponentVpdRecord *record, ChangeHistoryRecord *out);
+/** @brief Announce a component's status as a software event. @return the dispatcher's result. */
+int send_swe_vpdd(const ComponentVpdRecord *record);
 
 /* ---- SPD decoding ----------------------------------------------------------------------------------------------- */
 

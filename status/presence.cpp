@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "status/presence.h"
+
+#include <algorithm>
+#include <array>
+#include <span>
+
+#include "base/heap.h"
+#include "base/log_line.h"
+#include "base/text.h"
+#include "ipmi/request.h"
+#include "platform/ipmi_stack.h"
+#include "platform/sensors.h"
+
+namespace {
+
+using vpdd::bounded_view;
+using vpdd::Finding;
+using vpdd::log_text;
+using vpdd::Presence;
+using vpdd::trace_line;
+using vpdd::TraceLevel;
+
+constexpr char status_name[] = "UpdateComponentStatus";
+constexpr char reading_name[] = "get_sensor_reading_by_fruname";
+
+constexpr uint8_t processor_sensor = 0x07;    // IPMI 2.0, table 42-3
+constexpr uint16_t presence_detected = 0x80;  // processor sensor, offset 7
+
+/// A sensor as the platform returns it.
+struct SensorEntry {
+    uint8_t reserved_0[2];
+    uint16_t is_valid;
+    uint8_t reserved_4[2];
+    char name[192];
+    uint16_t state;
+    uint8_t reserved_200[2];
+    char state_text[1290];
+};
+static_assert(sizeof(SensorEntry) == 1492);
+static_assert(offsetof(SensorEntry, is_valid) == 2);
+static_assert(offsetof(SensorEntry, name) == 6);
+static_assert(offsetof(SensorEntry, state) == 198);
+static_assert(offsetof(SensorEntry, state_text) == 202);
+
+constexpr std::size_t most_sensors = 768;
+using SensorBuffer = std::array<SensorEntry, most_sensors>;
+static_assert(sizeof(SensorBuffer) == 1145856);
+
+constexpr uint8_t read_fru_data = 0x11;  // IPMI 2.0, 34.2
+constexpr uint8_t probe_length = 8;      // bytes of the FRU's header
+constexpr uint8_t fru_device_busy = 0x81;
+constexpr uint8_t no_answer = 0xFF;  // unspecified error
+constexpr int probe_attempts = 3;
+constexpr useconds_t pause_after_failure = 300000;  // microseconds
+
+/// The processor sensors; empty when they cannot be read.
+std::span<const SensorEntry> read_processor_sensors(SensorBuffer& buffer) {
+    uint32_t size = 1;
+    const int result = GetAllSensorInfoByType(&size, sizeof buffer, &processor_sensor, &buffer);
+    if (result != 0) {
+        log_text(vpdd::log_info, "%s(%d): Get sensor info fail, return=%d\n", reading_name, __LINE__, result);
+        return {};
+    }
+    const std::size_t count = std::min<std::size_t>(size / sizeof(SensorEntry), buffer.size());
+    if (count == 0) {
+        log_text(vpdd::log_info, "%s(%d): No sensor info for type %d\n", reading_name, __LINE__, processor_sensor);
+    }
+    return std::span(buffer).first(count);
+}
+
+/// The first valid sensor whose name contains the component's; null when there is none.
+const SensorEntry* find_sensor(std::span<const SensorEntry> sensors, const ComponentVpdRecord& record) {
+    const std::string_view wanted = bounded_view(record.name, sizeof record.name);
+    for (std::size_t i = 0; i < sensors.size(); ++i) {
+        const SensorEntry& sensor = sensors[i];
+        if (sensor.is_valid == 0) continue;
+        trace_line(TraceLevel::progress, reading_name, "(%d) - fruName:[%s] saTheSensorInstance[%d].szName:[%s] \n",
+                   __LINE__, vpdd::Terminated(record.name).c_str(), static_cast<int>(i),
+                   vpdd::Terminated(sensor.name).c_str());
+        if (bounded_view(sensor.name, sizeof sensor.name).find(wanted) != std::string_view::npos) return &sensor;
+    }
+    return nullptr;
+}
+
+Presence no_sensor(const ComponentVpdRecord& record) {
+    log_text(vpdd::log_info, "%s(%d): Can't found the %s's sensor\n", status_name, __LINE__,
+             vpdd::Terminated(record.name).c_str());
+    return {Finding::no_sensor, vpdd::status_no_sensor};
+}
+
+}  // namespace
+
+namespace vpdd {
+
+Presence probe_processor(const ComponentVpdRecord& record) {
+    const auto buffer = allocate_zeroed<SensorBuffer>();
+    if (buffer == nullptr) return no_sensor(record);
+    const std::span<const SensorEntry> sensors = read_processor_sensors(*buffer);
+    if (sensors.empty()) return no_sensor(record);
+
+    static constexpr SensorEntry absent{};  // a processor without a sensor of its name reads as absent
+    const SensorEntry* const found = find_sensor(sensors, record);
+    const SensorEntry& sensor = found != nullptr ? *found : absent;
+    const int32_t status = (sensor.state & presence_detected) != 0 ? status_present : status_absent;
+    trace_line(TraceLevel::progress, status_name,
+               "(%d) - fruName:[%s] entityId(comp):[0x%x] status:[0x%x] (sensor name: %s, stateValue:%d)\n", __LINE__,
+               Terminated(record.name).c_str(), record.entity_id, static_cast<unsigned>(status),
+               Terminated(sensor.name).c_str(), sensor.state);
+
+    const std::string_view state_text = bounded_view(sensor.state_text, sizeof sensor.state_text);
+    if (state_text.find("Unavailable") == std::string_view::npos) return {Finding::known, status};
+    log_text(log_info,
+             "%s(%d): Sensor State Unavailable %s status=%d, cur_status=%d, is_cached=%d, stateValue=%d, szState=%s\n",
+             status_name, __LINE__, Terminated(record.name).c_str(), status, record.status, record.is_cached,
+             sensor.state, Terminated(sensor.state_text).c_str());
+    return {Finding::unavailable, status};
+}
+
+Presence probe_fru(const ComponentVpdRecord& record) {
+    const std::array<uint8_t, 4> request{record.fru_id, 0, 0, probe_length};
+    uint8_t completion_code = no_answer;  // the last one that came
+    for (int attempt = 0; attempt < probe_attempts; ++attempt) {
+        IpmiResponse response{};
+        int32_t length = response.size();
+        const int result =
+            IPMI_DoIPMICmd(netfn_storage, read_fru_data, request.data(), request.size(), response.data(), &length);
+        const bool answered = result == 0 && length >= 1;
+        if (answered) completion_code = response[0];
+        if (answered && (completion_code == ipmi_ok || completion_code == ipmi_not_present)) break;
+        usleep(pause_after_failure);
+    }
+    trace_line(TraceLevel::progress, status_name, "(%d) - fruName:[%s] entityId(comp):[0x%x] cur_status:%d\n", __LINE__,
+               Terminated(record.name).c_str(), record.entity_id, record.status);
+    const bool is_there = completion_code == ipmi_ok || completion_code == fru_device_busy;
+    return {Finding::known, is_there ? status_present : status_absent};
+}
+
+}  // namespace vpdd
