@@ -36,10 +36,10 @@ struct LatencyBits {
     unsigned first, step;
 };
 
-// The codes of a field are the positions in its list; 0 marks a code that cannot be asked for.
+// The codes of a field are the positions in its list.
 using Codes = std::span<const unsigned>;
 
-constexpr unsigned no_value = 0;
+constexpr unsigned no_value = ~0U;  // a code that nothing asks for
 constexpr std::array<unsigned, 7> ddr3_densities_mbit{256, 512, 1024, 2048, 4096, 8192, 16384};
 constexpr std::array<unsigned, 8> ddr4_densities_mbit{256, 512, 1024, 2048, 4096, 8192, 16384, 32768};
 constexpr std::array<unsigned, 9> ddr5_densities_mbit{no_value, 4096, 8192, 12288, 16384, 24576, 32768, 49152, 65536};
