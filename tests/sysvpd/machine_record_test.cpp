@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <array>
 #include <regex>
 
 #include "golden_file.h"
@@ -820,8 +821,21 @@ TEST_F(MachineRequest, ForTheOemRecordReadsFieldsThenFruThenPosId) {
 }
 
 TEST_F(MachineRequest, ForTheOemRecordHoldsNoMutexWhileItAsksOverIpmi) {
+    const std::array mutexes{&compvpd_access_mutex,
+                             &g_list_access_mutex,
+                             &compvpd_readonly_mutex,
+                             &compvpd_kiva_readonly_mutex,
+                             &g_fru_changed_flag_mutex,
+                             &compvpd_getproperty_mutex,
+                             &compvpd_getstringproperty_mutex,
+                             &compvpd_getbyteproperty_mutex,
+                             &fwvpd_access_mutex,
+                             &sysvpd_access_mutex};
     std::size_t free_requests = 0;
-    platform.ipmi.during([&](const IpmiCall&) { free_requests += is_free(sysvpd_access_mutex) ? 1 : 0; });
+    platform.ipmi.during([&](const IpmiCall&) {
+        free_requests +=
+            std::all_of(mutexes.begin(), mutexes.end(), [](auto* mutex) { return is_free(*mutex); }) ? 1 : 0;
+    });
 
     EXPECT_EQ(ask(oem_request), 0);
 
