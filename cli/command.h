@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+// The verbs of vpdctl. A new verb is a file with a `declare_*` function, declared here and listed in commands.cpp.
+#pragma once
+
+#include <functional>
+#include <span>
+
+#include "cli/exit_code.h"
+
+namespace CLI {
+class App;
+}
+
+namespace vpdd::cli {
+
+using Runner = std::function<ExitCode()>;
+
+struct Command {
+    const char* name;
+    const char* summary;
+    const char* details;           ///< stands at the end of the verb's help: what it shows, and examples
+    Runner (*declare)(CLI::App&);  ///< adds the verb's arguments and returns what carries it out
+};
+
+/// All verbs, in the order of the help.
+std::span<const Command> commands();
+
+Runner declare_inventory(CLI::App& verb);
+Runner declare_spd(CLI::App& verb);
+Runner declare_fru(CLI::App& verb);
+
+}  // namespace vpdd::cli

@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <map>
+
+#include "cli/command.h"
+#include "cli/display_text.h"
+#include "cli/input_file.h"
+
+namespace vpdd::cli {
+
+namespace {
+
+constexpr const char* description =
+    "Vital product data of a managed server: what is inside, who made it, and its serial numbers.";
+
+constexpr const char* footer =
+    "Examples:\n"
+    "  vpdctl inventory --server ddr5-2s.json    what a server is made of\n"
+    "  vpdctl spd dimm.bin                       a saved SPD image\n"
+    "  vpdctl fru board.bin --json               a saved FRU image, for a program\n"
+    "  vpdctl COMMAND --help                     more about one command\n"
+    "\n"
+    "Exit codes:\n"
+    "  0  everything was read and decoded\n"
+    "  1  something could not be read or decoded; the rest is shown\n"
+    "  2  wrong usage\n"
+    "  3  an input file cannot be read or is not what the command expects\n"
+    "  4  the platform or the library failed, or the output could not be written\n"
+    "\n"
+    "Environment:\n"
+    "  NO_COLOR  no bold headings      COLUMNS  width of tables that do not go to a terminal\n";
+
+int exit_with(ExitCode code) { return static_cast<int>(code); }
+
+int report(ExitCode code, const char* reason) {
+    std::cerr << "vpdctl: " << reason << '\n';
+    return exit_with(code);
+}
+
+int run(const Runner& runner) {
+    try {
+        const ExitCode code = runner();
+        std::cout.flush();
+        if (!std::cout) return report(ExitCode::failure, "cannot write the output");
+        return exit_with(code);
+    } catch (const BadInput& error) {
+        return report(ExitCode::bad_input, error.what());
+    } catch (const std::exception& error) {
+        return report(ExitCode::failure, error.what());
+    }
+}
+
+std::string usage_error(const CLI::App* /*app*/, const CLI::Error& error) {
+    return "vpdctl: " + displayable(error.what()) + "\nTry 'vpdctl --help'.\n";
+}
+
+int parse_and_run(int count, char** arguments) {
+    CLI::App app(description, "vpdctl");
+    app.set_version_flag("--version", std::string("vpdctl ") + VPDCTL_VERSION);
+    app.footer(footer);
+    app.require_subcommand(1);
+    app.get_formatter()->label("SUBCOMMAND", "COMMAND");
+    app.get_formatter()->label("Subcommands", "Commands");
+    app.failure_message(usage_error);
+
+    std::map<const CLI::App*, Runner> runners;
+    for (const Command& command : commands()) {
+        CLI::App* verb = app.add_subcommand(command.name, command.summary);
+        verb->footer(command.details);
+        runners[verb] = command.declare(*verb);
+    }
+    try {
+        app.parse(count, arguments);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? exit_with(ExitCode::ok) : exit_with(ExitCode::usage);
+    }
+    return run(runners.at(app.get_subcommands().front()));
+}
+
+}  // namespace
+
+}  // namespace vpdd::cli
+
+int main(int count, char** arguments) {
+    vpdd::cli::use_utf8_text();
+    return vpdd::cli::parse_and_run(count, arguments);
+}

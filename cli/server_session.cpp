@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/server_session.h"
+
+#include <syslog.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <stdexcept>
+
+#include "cli/display_text.h"
+#include "cli/input_file.h"
+#include "orva_vpdd.h"
+
+namespace vpdd::cli {
+
+namespace {
+
+using ErrorText = std::array<char, 1024>;
+
+constexpr auto severities =
+    std::to_array<const char*>({"emerg", "alert", "crit", "err", "warning", "notice", "info", "debug"});
+
+/// "user.err", or "trace.4": the trace has levels of its own.
+std::string origin(VpddHostMessageKind kind, int level) {
+    if (kind == VPDD_HOST_TRACE) return "trace." + std::to_string(level);
+    const char* severity = severities[static_cast<std::size_t>(LOG_PRI(level))];
+    return (level & LOG_FACMASK) == LOG_USER ? std::string("user.") + severity : severity;
+}
+
+/// A bare name stands for one of the servers that came with vpdctl, unless there is such a file.
+std::string server_path(const std::string& name) {
+    std::error_code ignored;
+    const bool bare = name.find('/') == std::string::npos;
+    if (!bare || std::filesystem::exists(name, ignored)) return name;
+    const std::filesystem::path shipped = std::filesystem::path(vpdd_host_server_folder()) / (name + ".json");
+    return std::filesystem::exists(shipped, ignored) ? shipped.string() : name;
+}
+
+}  // namespace
+
+ServerSession::ServerSession(const SessionOptions& options) : state_directory_(options.state_directory) {
+    if (options.log == "-") log_ = &std::cerr;
+    if (log_ == nullptr && !options.log.empty()) {
+        log_file_.open(options.log);
+        if (!log_file_) throw std::runtime_error(displayable(options.log) + ": cannot write: " + std::strerror(errno));
+        log_ = &log_file_;
+    }
+    host_options_.state_directory = state_directory_.empty() ? nullptr : state_directory_.c_str();
+    host_options_.sleep_factor = options.real_time ? 1.0 : 0.0;
+    host_options_.message = on_message;
+    host_options_.message_context = this;
+    host_options_.progress = on_progress;
+    host_options_.progress_context = this;
+}
+
+ServerSession::~ServerSession() { vpdd_host_close(); }
+
+void ServerSession::open_file(const std::string& path) {
+    ErrorText error{};
+    if (vpdd_host_open_file(server_path(path).c_str(), &host_options_, error.data(), error.size()) != 0) {
+        throw BadInput(displayable(error.data()));
+    }
+}
+
+void ServerSession::open_text(const std::string& text) {
+    ErrorText error{};
+    if (vpdd_host_open_text(text.data(), text.size(), nullptr, &host_options_, error.data(), error.size()) != 0) {
+        throw std::runtime_error(displayable(error.data()));
+    }
+}
+
+void ServerSession::create_cache() {
+    const int result = CreateComponentVPDCache();
+    progress_.erase();
+    // After a failure the library may have left its lock held: no look-up must follow.
+    if (result != 0) {
+        throw std::runtime_error("the component cache could not be created (result " + std::to_string(result) + ")");
+    }
+}
+
+void ServerSession::on_message(void* context, VpddHostMessageKind kind, int level, const char* text) {
+    auto* session = static_cast<ServerSession*>(context);
+    if (session->log_ == nullptr) return;
+    session->progress_.erase();
+    std::string_view line(text);
+    line = line.substr(0, line.find_last_not_of('\n') + 1);
+    *session->log_ << origin(kind, level) << ' ' << displayable(line) << '\n';
+}
+
+void ServerSession::on_progress(void* context, uint8_t /*fru_id*/, uint32_t number, uint32_t total) {
+    static_cast<ServerSession*>(context)->progress_.show("Reading FRUs", number, total);
+}
+
+}  // namespace vpdd::cli

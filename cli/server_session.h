@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <fstream>
+#include <ostream>
+#include <string>
+
+#include "cli/terminal.h"
+#include "host/vpdd_host.h"
+
+namespace vpdd::cli {
+
+struct SessionOptions {
+    bool real_time = false;
+    std::string state_directory;  ///< empty: the configuration store stays in memory
+    std::string log;              ///< file of the messages, "-" for standard error; empty: none
+};
+
+/// A server of the development platform, open for as long as the object lives, and its component cache.
+class ServerSession {
+public:
+    /// Throws std::runtime_error when the log cannot be written.
+    explicit ServerSession(const SessionOptions& options);
+    ~ServerSession();
+    ServerSession(const ServerSession&) = delete;
+    ServerSession& operator=(const ServerSession&) = delete;
+
+    /// Open the server that a file describes; the name of a server that came with vpdctl will do. Throws BadInput.
+    void open_file(const std::string& path);
+    /// Open the server that a JSON text describes. Throws std::runtime_error.
+    void open_text(const std::string& text);
+
+    /// Build the component cache, with a progress line. Throws std::runtime_error when it does not stand afterwards.
+    void create_cache();
+
+private:
+    static void on_message(void* context, VpddHostMessageKind kind, int level, const char* text);
+    static void on_progress(void* context, uint8_t fru_id, uint32_t number, uint32_t total);
+
+    VpddHostOptions host_options_{};
+    std::string state_directory_;
+    std::ofstream log_file_;
+    std::ostream* log_ = nullptr;
+    ProgressLine progress_;
+};
+
+}  // namespace vpdd::cli
