@@ -85,7 +85,7 @@ extern "C" void right_justified(char* text) {
     if (text == nullptr) return;
     const std::size_t length = std::strlen(text);
     const std::size_t leading = std::strspn(text, " ");
-    if (length < 2 || leading == length) return;  // deliberate: an all-space text stays, unlike in left_justified()
+    if (leading == length) return;  // deliberate: an all-space text stays, unlike in left_justified()
     std::memmove(text, text + leading, length - leading + 1);
 }
 

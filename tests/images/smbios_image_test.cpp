@@ -287,10 +287,14 @@ TEST(ParseSmbiosTable, RefusesADamagedEntryPoint) {
 
     for (const uint8_t length : {0, 1, 0x17, 0x21, 0xFF}) {
         Bytes odd = SmbiosImage().memory_device({}).file();
-        odd[0x05] = static_cast<uint8_t>(odd[0x05] + odd[0x06] - length);
+        odd.resize(0x100);
         odd[0x06] = length;
+        odd[0x05] = 0;
+        odd[0x05] = zero_checksum(std::span(odd).first(length));
         EXPECT_EQ(parse_smbios_table(odd), nullptr) << int{length};
     }
+    EXPECT_EQ(parse_smbios_table(text_bytes("_SM3_")), nullptr);
+    EXPECT_EQ(parse_smbios_table(text_bytes("_SM_")), nullptr);
 }
 
 TEST(ParseSmbiosTable, HandsOutNothingOfATableWithoutAStructure) {
