@@ -168,9 +168,10 @@ bool ConfigStore::add_event(const Event& event) {
 std::vector<Event> ConfigStore::events() {
     const std::scoped_lock lock(mutex_);
     std::vector<Event> events;
-    for (Run run(list_events_.get()); run.next_row();)
+    for (Run run(list_events_.get()); run.next_row();) {
         events.push_back(
             {run.text(0), run.small_integer(1), run.small_integer(2), run.small_integer(3), run.integer(4)});
+    }
     return events;
 }
 

@@ -103,15 +103,18 @@ Bytes locator_of(const Json& fru, uint16_t record_id) {
 }
 
 void add_sdr_record(Description& description, uint16_t id, Bytes bytes, const Place& place) {
+    constexpr uint16_t end_of_repository = 0xFFFF;
+    if (id == end_of_repository) throw DescriptionError(place, "There is no record id behind 65534.");
     if (std::ranges::find(description.sdr, id, &SdrRecord::id) != description.sdr.end())
         throw DescriptionError(place, "SDR record " + std::to_string(id) + " is there twice.");
     description.sdr.push_back({id, std::move(bytes)});
 }
 
 void read_sdr_records(const Json& records, Description& description) {
-    for (const Json& record : records)
+    for (const Json& record : records) {
         add_sdr_record(description, record["record_id"], bytes_of_hex(record["bytes"].get<std::string_view>()),
                        Place("/sdr_records") / description.sdr.size() / "record_id");
+    }
 }
 
 void read_fru(const Json& fru, const std::filesystem::path& folder, Description& description) {
@@ -123,7 +126,7 @@ void read_fru(const Json& fru, const std::filesystem::path& folder, Description&
 
     const int next_id = description.sdr.empty() ? 1 : description.sdr.back().id + 1;
     const auto record_id = static_cast<uint16_t>(fru.value("record_id", next_id));
-    add_sdr_record(description, record_id, locator_of(fru, record_id), place);
+    add_sdr_record(description, record_id, locator_of(fru, record_id), place / "record_id");
 }
 
 /// The slot, else the number in the name; 0 without either.
@@ -147,17 +150,19 @@ Bytes smbios_table(const Json& document) {
     const auto modules = std::ranges::count_if(document["frus"], is_module);
     constexpr uint32_t unknown_capacity = 0x80000000;  // DMTF DSP0134 section 7.17
     table.memory_array(static_cast<uint16_t>(modules), unknown_capacity);
-    for (const Json& fru : document["frus"])
+    for (const Json& fru : document["frus"]) {
         if (is_module(fru) && !is_unknown_to_smbios(fru["content"]["dimm"]))
             table.memory_device(memory_device(fru["content"]["dimm"], slot_of(fru)));
+    }
     return table.file();
 }
 
 std::vector<Sensor> sensors_of(const Json& list) {
     std::vector<Sensor> sensors;
-    for (const Json& sensor : list)
+    for (const Json& sensor : list) {
         sensors.push_back(
             {sensor["name"], sensor["type"], sensor.value("state", uint16_t{0}), sensor.value("text", "")});
+    }
     return sensors;
 }
 
@@ -175,7 +180,6 @@ Description read_description(std::string_view text, const std::filesystem::path&
                              ? named_file(document["smbios"]["raw"], folder, Place("/smbios/raw"))
                              : smbios_table(document);
     description.sensors = sensors_of(document.value("sensors", Json::array()));
-    description.properties = document.value("properties", Json::object());
     return description;
 }
 

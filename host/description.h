@@ -49,7 +49,6 @@ struct Description {
     std::vector<SdrRecord> sdr;
     Bytes smbios;
     std::vector<Sensor> sensors;
-    Json properties;
 };
 
 /// @param folder where the files stand that the text names

@@ -16,12 +16,21 @@ namespace vpdd::host {
 namespace {
 
 /// nlohmann's text without its exception number in front.
-std::string without_number(std::string text) {
+std::string without_number(const std::string& text) {
     const auto end = text.find("] ");
     return end == std::string::npos ? text : text.substr(end + 2);
 }
 
-Json parsed(std::string_view text) try { return Json::parse(text); } catch (const Json::parse_error& error) {
+/// The checks and the destruction of a document recurse.
+bool limit_depth(int depth, Json::parse_event_t, const Json&) {
+    constexpr int deepest = 64;
+    if (depth > deepest) throw DescriptionError(Json::json_pointer(), "nested more than 64 deep");
+    return true;
+}
+
+Json parsed(std::string_view text) try {
+    return Json::parse(text, limit_depth);
+} catch (const Json::parse_error& error) {
     throw DescriptionError(without_number(error.what()));
 }
 

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 
 #include "host/images/fru_image.h"
 #include "host/server_defaults.h"
@@ -27,13 +26,13 @@ std::vector<Field> custom_fields(const Json& area) {
 
 /// Minutes from 1996-01-01 to the day's noon, so that the date is the same in (nearly) every time zone.
 uint32_t board_minutes(const std::string& date, const Json::json_pointer& place) {
-    int year = 0;
-    unsigned month = 0, day = 0;
-    std::sscanf(date.c_str(), "%d-%u-%u", &year, &month, &day);
     using namespace std::chrono;
-    const year_month_day manufactured{std::chrono::year(year), std::chrono::month(month), std::chrono::day(day)};
-    constexpr sys_days first = std::chrono::year(1996) / January / 1;
-    constexpr sys_days last = std::chrono::year(2027) / November / 24;
+    const auto number = [&](std::size_t position, std::size_t digits) {
+        return static_cast<unsigned>(std::stoul(date.substr(position, digits)));
+    };
+    const year_month_day manufactured{year(static_cast<int>(number(0, 4))), month(number(5, 2)), day(number(8, 2))};
+    constexpr sys_days first = year(1996) / January / 1;
+    constexpr sys_days last = year(2027) / November / 24;
     if (!manufactured.ok() || sys_days(manufactured) > last)
         throw DescriptionError(place, "There is no such day, or it is beyond 2027-11-24.");
     return static_cast<uint32_t>(minutes(sys_days(manufactured) - first + 12h).count());

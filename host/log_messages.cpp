@@ -64,6 +64,7 @@ extern "C" void vpdd_host_set_message_sink(VpddHostMessageSink sink, void* conte
     vpdd::host::process_sink = {sink, context};
 }
 
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library's names are reserved
 extern "C" void vsyslog(int priority, const char* format, va_list arguments) {
     vpdd::host::deliver_syslog(priority, format, arguments);
 }
@@ -74,6 +75,7 @@ extern "C" void syslog(int priority, const char* format, ...) {
     vpdd::host::deliver_syslog(priority, format, arguments);
     va_end(arguments);
 }
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
 
 // What a caller built with _FORTIFY_SOURCE calls instead.
 extern "C" void __vsyslog_chk(int priority, int, const char* format, va_list arguments) {

@@ -74,10 +74,11 @@ Result check_any_of(const Subject& subject, const Json& alternatives, const Json
     for (const Json& alternative : alternatives) {
         Result problem = check(subject, alternative);
         if (!problem) return {};
-        if (!best || depth(problem->place) > depth(best->place))
+        if (!best || depth(problem->place) > depth(best->place)) {
             best = problem;
-        else if (problem->place == best->place)
+        } else if (problem->place == best->place) {
             best->reason += ", or " + problem->reason;
+        }
     }
     return best;
 }
@@ -152,10 +153,12 @@ Result check_required(const Subject& subject, const Json& names, const Json&) {
 }
 
 Result check_dependencies(const Subject& subject, const Json& dependencies, const Json&) {
-    for (const auto& [name, needed] : dependencies.items())
-        if (subject.value.contains(name))
+    for (const auto& [name, needed] : dependencies.items()) {
+        if (subject.value.contains(name)) {
             if (const Result problem = check_required(subject, needed, {}))
                 return subject.must("have " + listed(needed) + " beside \"" + name + '"');
+        }
+    }
     return {};
 }
 
@@ -170,9 +173,10 @@ Result check_additional_properties(const Subject& subject, const Json& schema_of
     const auto is_known = [&](const std::string& name) {
         return schema.contains("properties") && schema["properties"].contains(name);
     };
-    if (schema_of_others.is_object())
+    if (schema_of_others.is_object()) {
         return check_parts(subject,
                            [&](const std::string& name) { return is_known(name) ? nullptr : &schema_of_others; });
+    }
     for (const auto& [name, unused] : subject.value.items())
         if (!is_known(name)) return SchemaProblem{subject.place / name, "unknown; known are " + names_of(schema)};
     return {};
@@ -223,9 +227,10 @@ constexpr std::array keywords{
 };
 
 void refuse_unknown_keywords(const Json& schema) {
-    for (const auto& [name, unused] : schema.items())
+    for (const auto& [name, unused] : schema.items()) {
         if (std::ranges::find(keywords, name, &Keyword::name) == keywords.end())
             throw std::logic_error("schema: unknown keyword " + name);
+    }
 }
 
 Result check(const Subject& subject, const Json& schema) {

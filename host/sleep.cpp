@@ -38,6 +38,7 @@ extern "C" unsigned sleep(unsigned seconds) {
     return static_cast<unsigned>(std::ceil(vpdd::host::sleep_scaled(seconds)));
 }
 
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): the C library's name is reserved
 extern "C" int usleep(useconds_t microseconds) {
     if (vpdd::host::sleep_scaled(static_cast<double>(microseconds) / 1e6) <= 0) return 0;
     errno = EINTR;

@@ -129,9 +129,10 @@ Bytes mac_bytes(std::string text) {
 }
 
 void write_plain_texts(Writer& writer, const Json& values, bool oem) {
-    for (const Field& field : fields)
+    for (const Field& field : fields) {
         if (field.key != nullptr && (field.padding == Padding::oem) == oem && values.contains(field.key))
             writer.text(field.id, values.at(field.key));
+    }
 }
 
 constexpr std::size_t short_type_model_length = 7;
