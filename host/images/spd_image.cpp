@@ -254,7 +254,9 @@ SpdImage<Layout>& SpdImage<Layout>::type(ModuleType type) {
 
 template <class Layout>
 SpdImage<Layout>& SpdImage<Layout>::persistent() requires(!std::is_same_v<Layout, Ddr3>) {
-    return byte(0, Layout::nvdimm_mark).byte(2, 0x0D);
+    // Clang 14 instantiates this for DDR3 too, against the constraint.
+    if constexpr (!std::is_same_v<Layout, Ddr3>) byte(0, Layout::nvdimm_mark).byte(2, 0x0D);
+    return *this;
 }
 
 template <class Layout>
@@ -265,7 +267,9 @@ SpdImage<Layout>& SpdImage<Layout>::density_gbit(unsigned gigabits) {
 
 template <class Layout>
 SpdImage<Layout>& SpdImage<Layout>::dies(unsigned count) requires(!std::is_same_v<Layout, Ddr3>) {
-    set_bits(image_, Layout::dies, code_of(Layout::die_counts, count, "number of dies"));
+    if constexpr (!std::is_same_v<Layout, Ddr3>) {  // as in persistent()
+        set_bits(image_, Layout::dies, code_of(Layout::die_counts, count, "number of dies"));
+    }
     if constexpr (std::is_same_v<Layout, Ddr4>) set_bits(image_, Layout::stack, count > 1 ? single_load_stack : 0);
     return *this;
 }
