@@ -96,7 +96,7 @@ TEST(SmbiosImage, IsUnderstoodByDmidecode) {
                                                        .manufacturer("Dimm Maker")
                                                        .serial_number("12345678")
                                                        .asset_tag("Tag 1")
-                                                       .part_number("Part 1")
+                                                       .part_number("PN-1")
                                                        .attributes(2)
                                                        .configured_memory_speed(4400)
                                                        .minimum_voltage(1050)
@@ -157,7 +157,7 @@ TEST(SmbiosImage, IsUnderstoodByDmidecode) {
                              "\tManufacturer: Dimm Maker\n",
                              "\tSerial Number: 12345678\n",
                              "\tAsset Tag: Tag 1\n",
-                             "\tPart Number: Part 1\n",
+                             "\tPart Number: PN-1\n",
                              "\tRank: 2\n",
                              "\tConfigured Memory Speed: 4400 MT/s\n",
                              "\tMinimum Voltage: 1.05 V\n",
