@@ -21,7 +21,6 @@ constexpr char create_name[] = "CreateComponentVPDCache";
 constexpr int bmc_repository = 1;
 constexpr uint16_t first_record = 0;
 constexpr uint16_t no_more_records = 0xFFFF;
-constexpr uint32_t most_records = 0xFFFF;  // record ids are 16 bits: a longer chain runs in a circle
 
 constexpr uint8_t fru_device_locator = 0x11;  // IPMI 2.0, 43.8
 constexpr int32_t default_processor_base = 1;
@@ -36,6 +35,22 @@ struct SdrBuffer {
     uint8_t rest[31];
 };
 static_assert(sizeof(SdrBuffer) == 64);
+
+/// The record ids that have been read: a chain that comes back to one runs in a circle.
+class SeenRecords {
+public:
+    /// False when the id was there already.
+    bool add(uint16_t id) {
+        uint8_t& bits = seen_[id / 8U];
+        const auto bit = static_cast<uint8_t>(1U << id % 8U);
+        if ((bits & bit) != 0) return false;
+        bits |= bit;
+        return true;
+    }
+
+private:
+    std::array<uint8_t, 0x10000 / 8> seen_{};
+};
 
 void count_processor(const FruLocatorCopy& locator, vpdd::ComponentCounts& counts) {
     ++counts.processors;
@@ -97,11 +112,12 @@ namespace vpdd {
 bool scan_sdr_repository(ComponentCounts& counts) {
     int32_t bytes_read = 0;
     uint16_t record_id = first_record;
-    for (uint32_t records = 0; record_id != no_more_records; ++records) {
+    SeenRecords seen;
+    while (record_id != no_more_records) {
         SdrBuffer record{};
         uint16_t next_record_id = no_more_records;
-        if (records > most_records || mosk_sdr_get_entry(bmc_repository, record_id, sizeof record, &next_record_id,
-                                                         &bytes_read, reinterpret_cast<uint8_t*>(&record)) != 0) {
+        if (!seen.add(record_id) || mosk_sdr_get_entry(bmc_repository, record_id, sizeof record, &next_record_id,
+                                                       &bytes_read, reinterpret_cast<uint8_t*>(&record)) != 0) {
             log_line(log_info, scan_name, "ERROR: Invalid SDR record head(n_read=%d).", bytes_read);
             log_line(log_info, scan_name, "ERROR:Create SDR cache error.");
             return false;
