@@ -116,8 +116,8 @@ void print_memory(std::ostream& out, const Records& records, const Style& style)
     }
     print_section(out, style, title("Memory", records.size()), table);
     if (has_extended_sizes(records)) {
-        out << "\n  SMBIOS keeps sizes of 32 GiB and more in a field that the library does not read;\n"
-               "  of those modules only the speeds are compared.\n";
+        out << "\n  SMBIOS keeps sizes of 32 GiB and more in a field that the library does not\n"
+               "  read: of those modules only the speeds are compared.\n";
     }
 }
 

@@ -39,6 +39,18 @@ std::string server_path(const std::string& name) {
     return std::filesystem::exists(shipped, ignored) ? shipped.string() : name;
 }
 
+/// The results of CreateComponentVPDCache().
+std::string creation_failure(int result) {
+    switch (result) {
+        case -1:
+            return "a DDR5 module does not state the size of its SPD image";
+        case -3:
+            return "the SDR repository cannot be read";
+        default:
+            return "result " + std::to_string(result);
+    }
+}
+
 }  // namespace
 
 ServerSession::ServerSession(const SessionOptions& options) : state_directory_(options.state_directory) {
@@ -76,9 +88,7 @@ void ServerSession::create_cache() {
     const int result = CreateComponentVPDCache();
     progress_.erase();
     // After a failure the library may have left its lock held: no look-up must follow.
-    if (result != 0) {
-        throw std::runtime_error("the component cache could not be created (result " + std::to_string(result) + ")");
-    }
+    if (result != 0) throw std::runtime_error("the component cache could not be created: " + creation_failure(result));
 }
 
 void ServerSession::on_message(void* context, VpddHostMessageKind kind, int level, const char* text) {

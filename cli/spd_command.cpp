@@ -149,12 +149,12 @@ bool is_complete(const SpdReport& report) {
 }
 
 std::string speed_text(const SpdInfo& spd) {
-    std::string text;
-    if (const auto rate = data_rate(spd)) text = std::to_string(*rate) + " MT/s";
+    const auto rate = data_rate(spd);
     const std::string named = field_text(spd.sdram_freq_string);
-    if (!named.empty()) text += (text.empty() ? "" : ", ") + named;
+    std::string text = rate ? std::to_string(*rate) + " MT/s" : "unknown";
+    if (!named.empty()) text += ", " + named;
     if (spd.speed_in_MBpsec != 0) text += ", " + std::to_string(spd.speed_in_MBpsec) + " MB/s";
-    return text.empty() ? "unknown" : text;
+    return text;
 }
 
 std::string width_text(const SpdInfo& spd, const Geometry& geometry) {

@@ -82,9 +82,15 @@ void Table::print(std::ostream& out, const Style& style) const {
     bool first = true;
     for (const Block& block : blocks(style.width)) {
         if (!first) out << '\n';
+        print_block(out, block, first, style);
         first = false;
-        print_block(out, block, style);
     }
+}
+
+/// Whether a row has a value beside its keys.
+bool Table::adds_to(const Row& row, const Block& block) const {
+    return std::any_of(block.begin(), block.end(),
+                       [&](std::size_t column) { return column >= key_columns_ && !row.cells[column].empty(); });
 }
 
 std::vector<std::size_t> Table::block_widths(const Block& block, const Style& style) const {
@@ -107,26 +113,34 @@ std::string Table::line_of(const Block& block, const std::vector<std::size_t>& w
     return without_trailing_blanks(line);
 }
 
-void Table::print_block(std::ostream& out, const Block& block, const Style& style) const {
-    const std::vector<std::size_t> widths = block_widths(block, style);
-    std::vector<std::string> cells;
-    for (const std::size_t column : block) cells.push_back(columns_[column].heading);
-    out << style.heading(line_of(block, widths, cells)) << '\n';
+void Table::print_row(std::ostream& out, const Block& block, const std::vector<std::size_t>& widths,
+                      const Row& row) const {
+    std::vector<std::vector<std::string>> parts;
+    std::size_t lines = 0;
+    for (std::size_t cell = 0; cell < block.size(); ++cell) {
+        parts.push_back(wrapped(row.cells[block[cell]], widths[cell]));
+        lines = std::max(lines, parts.back().size());
+    }
+    for (std::size_t line = 0; line < lines; ++line) {
+        std::vector<std::string> cells;
+        for (const std::vector<std::string>& part : parts) cells.push_back(line < part.size() ? part[line] : "");
+        out << line_of(block, widths, cells) << '\n';
+    }
+}
 
+void Table::print_block(std::ostream& out, const Block& block, bool is_first, const Style& style) const {
+    const std::vector<std::size_t> widths = block_widths(block, style);
+    std::vector<std::string> headings;
+    for (const std::size_t column : block) headings.push_back(columns_[column].heading);
+    out << style.heading(line_of(block, widths, headings)) << '\n';
+
+    std::string group;
     for (const Row& row : rows_) {
-        if (!row.group.empty()) out << std::string(indentation, ' ') << style.heading(row.group) << '\n';
-        std::vector<std::vector<std::string>> parts;
-        std::size_t lines = 0;
-        for (std::size_t cell = 0; cell < block.size(); ++cell) {
-            parts.push_back(wrapped(row.cells[block[cell]], widths[cell]));
-            lines = std::max(lines, parts.back().size());
-        }
-        for (std::size_t line = 0; line < lines; ++line) {
-            for (std::size_t cell = 0; cell < block.size(); ++cell) {
-                cells[cell] = line < parts[cell].size() ? parts[cell][line] : std::string();
-            }
-            out << line_of(block, widths, cells) << '\n';
-        }
+        if (!row.group.empty()) group = row.group;
+        // The first block has shown that the row exists.
+        if (!is_first && !adds_to(row, block)) continue;
+        if (!group.empty()) out << std::string(indentation, ' ') << style.heading(std::exchange(group, {})) << '\n';
+        print_row(out, block, widths, row);
     }
 }
 

@@ -35,19 +35,22 @@ public:
 private:
     using Block = std::vector<std::size_t>;
 
+    struct Row {
+        std::vector<std::string> cells;
+        std::string group;  ///< heading in front of the row; empty: the row belongs to the group before
+    };
+
     std::vector<Block> blocks(std::size_t width) const;
     std::size_t block_width(const Block& block) const;
-    void print_block(std::ostream& out, const Block& block, const Style& style) const;
     std::vector<std::size_t> block_widths(const Block& block, const Style& style) const;
+    bool adds_to(const Row& row, const Block& block) const;
+    void print_block(std::ostream& out, const Block& block, bool is_first, const Style& style) const;
+    void print_row(std::ostream& out, const Block& block, const std::vector<std::size_t>& widths, const Row& row) const;
     std::string line_of(const Block& block, const std::vector<std::size_t>& widths,
                         const std::vector<std::string>& cells) const;
 
     std::vector<Column> columns_;
     std::size_t key_columns_;
-    struct Row {
-        std::vector<std::string> cells;
-        std::string group;  ///< heading in front of the row; empty: the row belongs to the group before
-    };
     std::vector<Row> rows_;
     std::string next_group_;
     std::vector<std::size_t> widths_;  ///< 0: the column has no value
