@@ -1,0 +1,167 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "vpdctl_process.h"
+
+#include <fcntl.h>
+#include <pty.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <system_error>
+
+namespace vpdd::test {
+
+namespace {
+
+/// In the child: becomes vpdctl.
+[[noreturn]] void execute(const std::vector<std::string>& arguments, const Environment& environment) {
+    unsetenv("NO_COLOR");
+    unsetenv("COLUMNS");
+    setenv("TERM", "xterm", 1);
+    setenv("TZ", "UTC", 1);
+    for (const auto& [name, value] : environment) setenv(name.c_str(), value.c_str(), 1);
+    std::vector<std::string> words = {VPDCTL_PROGRAM};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<char*> pointers;
+    for (std::string& word : words) pointers.push_back(word.data());
+    pointers.push_back(nullptr);
+    execv(VPDCTL_PROGRAM, pointers.data());
+    _exit(127);
+}
+
+/// The exit code, or 128 and the signal as shells have it.
+int wait_for(pid_t child) {
+    int status = 0;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+class MemoryOutput {
+public:
+    MemoryOutput() : descriptor_(memfd_create("output", 0)) {
+        if (descriptor_ < 0) throw std::system_error(errno, std::generic_category(), "memfd_create");
+    }
+    ~MemoryOutput() { close(descriptor_); }
+    MemoryOutput(const MemoryOutput&) = delete;
+    MemoryOutput& operator=(const MemoryOutput&) = delete;
+
+    int descriptor() const { return descriptor_; }
+    std::string text() const { return read_file("/proc/self/fd/" + std::to_string(descriptor_)); }
+
+private:
+    int descriptor_;
+};
+
+std::string read_until_closed(int descriptor) {
+    std::string text;
+    char buffer[4096];
+    for (;;) {
+        const ssize_t count = read(descriptor, buffer, sizeof buffer);
+        // A terminal whose other side is closed reads as an error.
+        if (count <= 0) return text;
+        text.append(buffer, static_cast<std::size_t>(count));
+    }
+}
+
+}  // namespace
+
+Outcome vpdctl(const std::vector<std::string>& arguments, const Environment& environment) {
+    const MemoryOutput out;
+    const MemoryOutput err;
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(out.descriptor(), STDOUT_FILENO);
+        dup2(err.descriptor(), STDERR_FILENO);
+        execute(arguments, environment);
+    }
+    const int code = wait_for(child);
+    return {code, out.text(), err.text()};
+}
+
+Json vpdctl_json(std::vector<std::string> arguments) {
+    arguments.emplace_back("--json");
+    return Json::parse(vpdctl(arguments).out);
+}
+
+Outcome vpdctl_on_terminal(const std::vector<std::string>& arguments, unsigned short columns,
+                           const Environment& environment) {
+    winsize size{};
+    size.ws_col = columns;
+    size.ws_row = 50;
+    int terminal = -1;
+    const pid_t child = forkpty(&terminal, nullptr, nullptr, &size);
+    if (child == 0) execute(arguments, environment);
+    Outcome outcome;
+    outcome.out = read_until_closed(terminal);
+    outcome.code = wait_for(child);
+    close(terminal);
+    return outcome;
+}
+
+int vpdctl_into(const std::string& path, const std::vector<std::string>& arguments) {
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(open(path.c_str(), O_WRONLY), STDOUT_FILENO);
+        dup2(open("/dev/null", O_WRONLY), STDERR_FILENO);
+        execute(arguments, {});
+    }
+    return wait_for(child);
+}
+
+ScratchFolder::ScratchFolder() {
+    std::string name = std::filesystem::temp_directory_path() / "vpdctl-test-XXXXXX";
+    if (mkdtemp(name.data()) == nullptr) throw std::system_error(errno, std::generic_category(), name);
+    folder_ = name;
+}
+
+ScratchFolder::~ScratchFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(folder_, ignored);
+}
+
+std::string ScratchFolder::file(const std::string& name, std::span<const uint8_t> content) const {
+    return file(name, std::string_view(reinterpret_cast<const char*>(content.data()), content.size()));
+}
+
+std::string ScratchFolder::file(const std::string& name, std::string_view content) const {
+    std::ofstream(path(name), std::ios::binary) << content;
+    return path(name);
+}
+
+std::string read_file(const std::filesystem::path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string server_file(const std::string& name) { return std::string(SERVER_FOLDER) + '/' + name + ".json"; }
+
+std::vector<std::string> lines_of(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) lines.push_back(line);
+    return lines;
+}
+
+bool is_harmless(std::string_view text) {
+    // The JSON library checks UTF-8; C1 control characters are the only ones outside ASCII.
+    try {
+        static_cast<void>(Json(text).dump());
+    } catch (const Json::exception&) {
+        return false;
+    }
+    for (std::size_t position = 0; position < text.size(); ++position) {
+        const auto byte = static_cast<uint8_t>(text[position]);
+        if ((byte < 0x20 && byte != '\n') || byte == 0x7F) return false;
+        const bool c1_control = byte == 0xC2 && static_cast<uint8_t>(text[position + 1]) < 0xA0;
+        if (c1_control) return false;
+    }
+    return true;
+}
+
+}  // namespace vpdd::test
