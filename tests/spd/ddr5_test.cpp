@@ -59,6 +59,10 @@ TEST_F(CalculateDimmDdr5Size, RoundsTheDensityDownToWholeGigabytes) {
             << int{code};
 }
 
+TEST_F(CalculateDimmDdr5Size, RoundsTheDensityDownBeforeItCountsTheDies) {
+    EXPECT_EQ(size_of({{4, 0x43}, {6, x8}, {234, two_ranks}, {235, 0x22}}), 16 * 2) << "2 dies of 12 Gbit";
+}
+
 TEST_F(CalculateDimmDdr5Size, CountsDevicesRanksAndSubChannels) {
     EXPECT_EQ(size_of({{4, 4}, {6, 0x00}, {234, 0x00}, {235, 0x22}}), 2 * 8 * 2) << "x4";
     EXPECT_EQ(size_of({{4, 4}, {6, 0x5F}, {234, 0x00}, {235, 0x22}}), 2 * 2 * 2) << "x16";
