@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <optional>
 #include <stdexcept>
+#include <type_traits>
 
 namespace vpdd::images {
 
@@ -49,6 +51,7 @@ constexpr std::array<unsigned, 8> rank_counts{1, 2, 3, 4, 5, 6, 7, 8};
 constexpr std::array<unsigned, 5> ddr3_rank_counts{1, 2, 3, 4, 8};
 constexpr std::array<unsigned, 2> ecc_8{0, 8};
 constexpr std::array<unsigned, 3> ecc_4_or_8{0, 4, 8};
+constexpr std::array<unsigned, 1> one_die{1};
 constexpr std::array<unsigned, 6> ddr5_die_counts{1, no_value, 2, 4, 8, 16};
 
 unsigned code_of(Codes codes, unsigned value, const char* what) {
@@ -147,10 +150,13 @@ struct Ddr3 {
     static constexpr std::array<uint8_t, 4> module_types{1, 2, 3, 11};
     static constexpr BitField density{4, 0, 4}, ranks{7, 3, 3}, device_width{7, 0, 3}, bus_width{8, 0, 3}, ecc{8, 3, 2};
     static constexpr Codes densities = ddr3_densities_mbit, rank_codes = ddr3_rank_counts, ecc_codes = ecc_8;
+    static constexpr BitField dies{6, 0, 0};  // no bits: a package counts as one die
+    static constexpr Codes die_counts = one_die;
     static constexpr LatencyBits latencies{{14, 2}, 4, 1};
     static constexpr std::size_t clock = 12, clock_correction = 34;
     static constexpr std::size_t maker = 117, location = 119, year = 120, week = 121, serial = 122, dram_maker = 148;
     static constexpr Range part{128, 18};
+    static constexpr std::optional<uint8_t> nvdimm_mark{};
 
     static void set_speed(SpdImage<Ddr3>& image, unsigned megatransfers) { set_clock(image, megatransfers); }
 
@@ -186,7 +192,7 @@ struct Ddr4 {
     static constexpr std::size_t clock = 18, clock_correction = 125;
     static constexpr std::size_t maker = 320, location = 322, year = 323, week = 324, serial = 325, dram_maker = 350;
     static constexpr Range part{329, 20};
-    static constexpr uint8_t nvdimm_mark = '#';
+    static constexpr std::optional<uint8_t> nvdimm_mark = '#';
 
     static void set_speed(SpdImage<Ddr4>& image, unsigned megatransfers) { set_clock(image, megatransfers); }
 
@@ -218,7 +224,7 @@ struct Ddr5 {
     static constexpr LatencyBits latencies{{24, 5}, 20, 2};
     static constexpr std::size_t maker = 512, location = 514, year = 515, week = 516, serial = 517, dram_maker = 552;
     static constexpr Range part{521, 30};
-    static constexpr uint8_t nvdimm_mark = '0';
+    static constexpr std::optional<uint8_t> nvdimm_mark = '0';
 
     static void set_speed(SpdImage<Ddr5>& image, unsigned megatransfers) {
         const Ddr5SpeedBin& bin = ddr5_bin_of(megatransfers);
@@ -253,10 +259,10 @@ SpdImage<Layout>& SpdImage<Layout>::type(ModuleType type) {
 }
 
 template <class Layout>
-SpdImage<Layout>& SpdImage<Layout>::persistent() requires(!std::is_same_v<Layout, Ddr3>) {
-    // Clang 14 instantiates this for DDR3 too, against the constraint.
-    if constexpr (!std::is_same_v<Layout, Ddr3>) byte(0, Layout::nvdimm_mark).byte(2, 0x0D);
-    return *this;
+SpdImage<Layout>& SpdImage<Layout>::persistent() {
+    constexpr std::optional<uint8_t> mark = Layout::nvdimm_mark;
+    if (!mark) throw std::invalid_argument("no NVDIMM has this layout");
+    return byte(0, *mark).byte(2, 0x0D);
 }
 
 template <class Layout>
@@ -266,10 +272,8 @@ SpdImage<Layout>& SpdImage<Layout>::density_gbit(unsigned gigabits) {
 }
 
 template <class Layout>
-SpdImage<Layout>& SpdImage<Layout>::dies(unsigned count) requires(!std::is_same_v<Layout, Ddr3>) {
-    if constexpr (!std::is_same_v<Layout, Ddr3>) {  // as in persistent()
-        set_bits(image_, Layout::dies, code_of(Layout::die_counts, count, "number of dies"));
-    }
+SpdImage<Layout>& SpdImage<Layout>::dies(unsigned count) {
+    set_bits(image_, Layout::dies, code_of(Layout::die_counts, count, "number of dies"));
     if constexpr (std::is_same_v<Layout, Ddr4>) set_bits(image_, Layout::stack, count > 1 ? single_load_stack : 0);
     return *this;
 }
@@ -400,12 +404,11 @@ unsigned density_of(const Module& module) {
 template <class Image>
 Bytes module_image(const Module& module, unsigned ecc_bits) {
     Image image;
-    if constexpr (std::is_same_v<Image, Ddr3Image>) {
-        if (module.dies != 1) throw std::invalid_argument("DDR3 images do not count stacked dies");
-    } else {
-        image.dies(module.dies);
-    }
-    image.type(module.type).ranks(module.ranks).device_width(module.device_width).density_gbit(density_of(module));
+    image.type(module.type)
+        .ranks(module.ranks)
+        .dies(module.dies)
+        .device_width(module.device_width)
+        .density_gbit(density_of(module));
     image.ecc_bits(ecc_bits).speed(module.speed);
     image.maker(module.maker).dram_maker(module.dram_maker).location(module.location);
     image.made(module.year, module.week).serial(module.serial).part(module.part);

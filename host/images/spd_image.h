@@ -8,7 +8,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <type_traits>
 #include <vector>
 
 #include "orva_vpdd.h"
@@ -52,12 +51,12 @@ public:
     Self& udimm() { return type(ModuleType::udimm); }
     Self& so_dimm() { return type(ModuleType::so_dimm); }
     Self& lrdimm() { return type(ModuleType::lrdimm); }
-    /// An NVDIMM in this generation's layout.
-    Self& persistent() requires(!std::is_same_v<Layout, Ddr3>);
+    /// An NVDIMM in this generation's layout. DDR3 has none.
+    Self& persistent();
 
     Self& density_gbit(unsigned gigabits);
-    /// Dies that a package stacks behind one load.
-    Self& dies(unsigned count) requires(!std::is_same_v<Layout, Ddr3>);
+    /// Dies that a package stacks behind one load; DDR3 does not count them.
+    Self& dies(unsigned count);
     Self& ranks(unsigned count);
     Self& device_width(unsigned bits);
     /// DDR5: of each of the two sub-channels.

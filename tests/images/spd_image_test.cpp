@@ -101,6 +101,8 @@ TEST(SpdImages, RefuseWhatAGenerationCannotExpress) {
     EXPECT_THROW(Ddr5Image().density_gbit(0), std::invalid_argument);
     EXPECT_THROW(Ddr5Image().dies(0), std::invalid_argument);
     EXPECT_THROW(Ddr5Image().dies(3), std::invalid_argument);
+    EXPECT_THROW(Ddr3Image().dies(2), std::invalid_argument);
+    EXPECT_THROW(Ddr3Image().persistent(), std::invalid_argument);
     EXPECT_THROW(Ddr3Image().ranks(5), std::invalid_argument);
     EXPECT_THROW(Ddr4Image().ranks(0), std::invalid_argument);
     EXPECT_THROW(Ddr4Image().device_width(9), std::invalid_argument);
