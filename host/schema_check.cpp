@@ -21,7 +21,7 @@ struct Subject {
     const Place& place;
     const Json& schema_document;
 
-    /// "must be ...", with the value unless it is long.
+    /// "must ..." with the value, unless that has parts.
     Result must(const std::string& rule) const {
         return SchemaProblem{place, "must " + rule + (value.is_structured() ? "" : ", but is " + value.dump())};
     }

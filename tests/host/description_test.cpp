@@ -120,6 +120,15 @@ TEST(Description, WithANameBeyondTheLocatorsSixteenCharactersIsRefused) {
               R"(/frus/0/name: must match ^[ -~]{1,16}$, but is "ABCDEFGHIJKLMNOPQ")");
 }
 
+TEST(Description, WithATextBeyondReasonIsRefused) {
+    const std::string record = R"(, "sdr_records": [{"record_id": 1, "bytes": ")";
+
+    EXPECT_EQ(refusal(server_text("", record + std::string(1024, '0') + "\"}]")), "");
+    EXPECT_EQ(
+        refusal(server_text("", record + std::string(1026, '0') + "\"}]")).find("/sdr_records/0/bytes: must match "),
+        0U);
+}
+
 TEST(Description, WithAFruTextOfOneCharacterIsRefused) {
     EXPECT_EQ(refusal(server_text(fru_text(1, "A", R"({"areas": {"board": {"serial_number": "X"}}})"))),
               R"(/frus/0/content/areas/board/serial_number: must match ^([ -~]{2,63})?$, but is "X")");

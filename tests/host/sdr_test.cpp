@@ -60,6 +60,14 @@ TEST(SdrRepository, MayBeSparseAndOutOfOrder) {
     EXPECT_NE(read_record(5).result, 0);
 }
 
+TEST(SdrRepository, HasNoRecordBehindTheLastId) {
+    const std::string last = fru_text(1, "A", absent, R"(, "record_id": 65534)");
+
+    EXPECT_EQ(refusal(server_text(last)), "");
+    EXPECT_EQ(refusal(server_text(last + "," + fru_text(2, "B", absent))),
+              "/frus/1/record_id: There is no record id behind 65534.");
+}
+
 TEST(SdrRepository, HandsOutOtherRecordsAsTheyStand) {
     const OpenServer server(
         server_text(fru_text(1, "A", absent), R"(, "sdr_records": [{"record_id": 10, "bytes": "0a0051C001AA"}])"));

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "platform/smbios_store.h"
+
 #include "open_server.h"
 #include "orva_vpdd.h"
 
@@ -100,6 +102,15 @@ TEST_F(SmbiosStore, KeepsEachTableUntilItIsReleased) {
 
     EXPECT_EQ(second, nullptr);
     EXPECT_EQ(vpdd_get_the_smbios_info(table, 17)->count, 1);
+}
+
+TEST_F(SmbiosStore, ReleasesATableOnce) {
+    open(dimm(3, "DIMM 1", "00AB0001"));
+
+    EXPECT_EQ(smbt_release(table), 0);
+    EXPECT_NE(smbt_release(table), 0);
+
+    table = nullptr;
 }
 
 TEST_F(SmbiosStore, HasNoTableWithoutAServer) { EXPECT_EQ(vpdd_load_smbios_table(&table), -1); }
