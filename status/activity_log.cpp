@@ -67,10 +67,8 @@ bool backup_exists() { return access(backup_path, F_OK) == 0; }
 
 /// The backup must be on the device before the log is truncated.
 void flush_backup() {
-    const int fd = open(backup_path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return;
-    fsync(fd);
-    close(fd);
+    const vpdd::ScopedFd fd(open(backup_path, O_RDONLY | O_CLOEXEC));
+    if (fd.get() >= 0) fsync(fd.get());
 }
 
 const StatusNode* newest_open_entry(const StatusList& list, uint8_t fru_id) {

@@ -2,9 +2,8 @@
 #pragma once
 
 #include <cstdio>
-#include <memory>
-#include <string_view>
 
+#include "base/file_handle.h"
 #include "base/linked_list.h"
 #include "base/text.h"
 #include "orva_vpdd.h"
@@ -21,11 +20,6 @@ inline uint32_t crc_of(const ComponentVpdRecord& record) {
 }
 
 using LoadedLog = OwnedList<StatusList>;
-
-struct FileCloser {
-    void operator()(FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<FILE, FileCloser>;
 
 /// One rewrite of the whole log: backup, truncation, lock, entries, and the end of the backup. A rewrite that ends
 /// early puts the backup back.

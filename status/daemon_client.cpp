@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "base/scoped_fd.h"
+#include "base/file_handle.h"
 #include "orva_vpdd.h"
 #include "platform/messages.h"
 

@@ -3,11 +3,10 @@
 
 #include <array>
 #include <cstdio>
-#include <memory>
 
+#include "base/file_handle.h"
 #include "base/file_lock.h"
 #include "base/log_line.h"
-#include "base/scoped_lock.h"
 #include "sysvpd/host_macs.h"
 #include "sysvpd/machine_record.h"
 
@@ -22,34 +21,24 @@ constexpr unsigned rebuild_pause = 1;  // seconds
 struct CacheFile {
     uint32_t size;
     const char* lock_path;
-    const char* new_path;  // the next content, until it is whole
 };
 
 constexpr std::array<CacheFile, 2> cache_files{{
-    {sizeof(MachineVpdRecord), "/tmp/vpdd_machine_lock", "/tmp/machine.cache.new"},
-    {sizeof(OemMachineRecord), "/tmp/vpdd_machine_oem_lock", "/tmp/oemMachine.cache.new"},
+    {sizeof(MachineVpdRecord), "/tmp/vpdd_machine_lock"},
+    {sizeof(OemMachineRecord), "/tmp/vpdd_machine_oem_lock"},
 }};
 
 std::size_t index_of(uint32_t oem) { return oem != 0 ? 1 : 0; }
 
-/// A file lock is held by the process: this keeps its own threads apart where the library both takes and releases it.
-pthread_mutex_t own_threads = PTHREAD_MUTEX_INITIALIZER;
-
-struct FileCloser {
-    void operator()(FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<FILE, FileCloser>;
-
-File open_for_reading(const char* path) {
+vpdd::File open_for_reading(const char* path) {
     const int fd = vpdd::open_plain_file(path, O_RDONLY);
     if (fd < 0) return nullptr;
-    File file(fdopen(fd, "r"));
+    vpdd::File file(fdopen(fd, "r"));
     if (file == nullptr) close(fd);
     return file;
 }
 
 int read_locked(uint8_t* buffer, uint32_t size, uint32_t oem) {
-    const vpdd::ScopedLock threads(own_threads);
     int32_t fd = -1;
     if (vpdd::lock_file(cache_files[oem].lock_path, &fd) < 0) {
         // Deliberate: the text of another reader.
@@ -69,15 +58,23 @@ bool has_expected_size(const char* function, uint32_t size, uint32_t oem) {
     return false;
 }
 
-/// Writes all of a new file and gives it the name of the old one, so that no reader ever finds a part of it.
-bool replace_file(const CacheFile& cache, const char* path, const uint8_t* content) {
-    unlink(cache.new_path);  // left by a process that was killed
-    const int fd = open(cache.new_path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+/// Where the calling thread writes the next content until it is whole: writers that could not get the lock do not meet.
+struct NewPath {
+    explicit NewPath(const char* path) { std::snprintf(text, sizeof text, "%s.%d.new", path, gettid()); }
+    char text[48];
+};
+
+/// Writes all of a new file and gives it the name of the old one, so that no reader ever finds a part of it, in
+/// whatever thread or process.
+bool replace_file(const char* path, const uint8_t* content, uint32_t size) {
+    const NewPath new_path(path);
+    unlink(new_path.text);  // left by a thread that was killed
+    const int fd = open(new_path.text, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
     if (fd < 0) return false;
-    const bool written = write(fd, content, cache.size) == static_cast<ssize_t>(cache.size);
+    const bool written = write(fd, content, size) == static_cast<ssize_t>(size);
     const bool closed = close(fd) == 0;
-    if (written && closed && std::rename(cache.new_path, path) == 0) return true;
-    unlink(cache.new_path);
+    if (written && closed && std::rename(new_path.text, path) == 0) return true;
+    unlink(new_path.text);
     return false;
 }
 
@@ -104,7 +101,7 @@ extern "C" int read_machine_vpd_cache_file(uint8_t* buffer, uint32_t size, uint3
     }
     if (!has_expected_size(__func__, size, oem)) return -1;
     const char* const path = machine_vpd_cache_file[index_of(oem)];
-    const File file = open_for_reading(path);
+    const vpdd::File file = open_for_reading(path);
     if (file == nullptr) {
         vpdd::log_line(vpdd::log_warning, __func__, "open %s failed\n", path);
         return -1;
@@ -124,10 +121,9 @@ extern "C" int create_machine_vpd_cache_file(const uint8_t* buffer, uint32_t siz
 
     const CacheFile& cache = cache_files[index_of(oem)];
     const char* const path = machine_vpd_cache_file[index_of(oem)];
-    const vpdd::ScopedLock threads(own_threads);
     int32_t fd = -1;
     const bool locked = vpdd::lock_file(cache.lock_path, &fd) >= 0;  // a whole file is also safe without the lock
-    const bool replaced = replace_file(cache, path, buffer);
+    const bool replaced = replace_file(path, buffer, size);
     if (locked) vpdd::unlock_file(fd);
     if (replaced) return 0;
     vpdd::log_line(vpdd::log_warning, __func__, "open %s failed\n", path);

@@ -51,18 +51,19 @@ struct Cache {
     uint32_t oem;
     uint32_t size;
     const char* path;
-    const char* new_path;
     const char* lock_path;
     int (*read)(uint8_t*, uint32_t);
     int (*lock_wait)(int32_t*);
     int (*unlock)(int32_t);
+
+    /// Where the calling thread writes the next content until it is whole.
+    std::string new_path() const { return std::string(path) + "." + std::to_string(gettid()) + ".new"; }
 };
 
 constexpr Cache standard{"Standard",
                          0,
                          1106,
                          "/tmp/machine.cache",
-                         "/tmp/machine.cache.new",
                          "/tmp/vpdd_machine_lock",
                          vpdd_machine_vpd_read,
                          vpdd_machine_cache_file_lock_wait,
@@ -71,7 +72,6 @@ constexpr Cache oem{"Oem",
                     1,
                     1342,
                     "/tmp/oemMachine.cache",
-                    "/tmp/oemMachine.cache.new",
                     "/tmp/vpdd_machine_oem_lock",
                     vpdd_machine_oem_vpd_read,
                     vpdd_machine_oem_cache_file_lock_wait,
@@ -79,7 +79,9 @@ constexpr Cache oem{"Oem",
 
 void clean_up() {
     for (const Cache& cache : {standard, oem}) {
-        for (const char* path : {cache.path, cache.new_path, cache.lock_path}) fs::remove_all(path);
+        for (const std::string& path : {std::string(cache.path), cache.new_path(), std::string(cache.lock_path)}) {
+            fs::remove_all(path);
+        }
     }
     fs::remove_all(outside);
 }
@@ -575,7 +577,7 @@ TEST_P(MachineCache, CreateReplacesAnOrdinaryFile) {
     EXPECT_EQ(create(record('b')), 0);
     EXPECT_TRUE(is_plain_file(record('b')));
 
-    EXPECT_FALSE(fs::exists(cache.new_path));
+    EXPECT_FALSE(fs::exists(cache.new_path()));
     EXPECT_EQ(open_descriptors(), before);
     EXPECT_FALSE(is_locked_by_this_process(cache.lock_path));
 }
@@ -597,7 +599,7 @@ TEST_P(MachineCache, CreateReportsAFolderInItsPlace) {
     EXPECT_THAT(platform.log(), ElementsAre(LogLine{warning, pid_line("%s - open %s failed\n", writer, cache.path)}));
     EXPECT_TRUE(fs::is_directory(cache.path));
     EXPECT_TRUE(fs::is_empty(cache.path));
-    EXPECT_FALSE(fs::exists(cache.new_path));
+    EXPECT_FALSE(fs::exists(cache.new_path()));
 }
 
 TEST_P(MachineCache, CreateReportsThatItMayNotWrite) {
@@ -627,7 +629,7 @@ TEST_P(MachineCache, CreateKeepsTheOldRecordWhenTheNewOneDoesNotFit) {
     std::signal(SIGXFSZ, old_handler);
     EXPECT_EQ(result, -1);
     EXPECT_TRUE(is_plain_file(record('a')));
-    EXPECT_FALSE(fs::exists(cache.new_path));
+    EXPECT_FALSE(fs::exists(cache.new_path()));
 }
 
 TEST_P(MachineCache, CreateWritesNothingThroughALinkInItsPlace) {
@@ -663,11 +665,11 @@ TEST_P(MachineCache, CreateReplacesAPipeInItsPlace) {
 
 TEST_P(MachineCache, CreateIsNotMisledByWhatLiesWhereTheNewFileIsWritten) {
     const std::pair<const char*, std::function<void()>> plants[] = {
-        {"left by a killed process", [&] { write_file(cache.new_path, Bytes(5000, 'x')); }},
-        {"symbolic link", [&] { fs::create_symlink(outside, cache.new_path); }},
-        {"link to nowhere", [&] { fs::create_symlink("/tmp/outside_dangling", cache.new_path); }},
-        {"hard link", [&] { fs::create_hard_link(outside, cache.new_path); }},
-        {"pipe", [&] { mkfifo(cache.new_path, 0600); }},
+        {"left by a killed process", [&] { write_file(cache.new_path(), Bytes(5000, 'x')); }},
+        {"symbolic link", [&] { fs::create_symlink(outside, cache.new_path()); }},
+        {"link to nowhere", [&] { fs::create_symlink("/tmp/outside_dangling", cache.new_path()); }},
+        {"hard link", [&] { fs::create_hard_link(outside, cache.new_path()); }},
+        {"pipe", [&] { mkfifo(cache.new_path().c_str(), 0600); }},
     };
     for (const auto& [name, plant] : plants) {
         SCOPED_TRACE(name);
@@ -680,19 +682,19 @@ TEST_P(MachineCache, CreateIsNotMisledByWhatLiesWhereTheNewFileIsWritten) {
         EXPECT_EQ(file_content(outside), (Bytes{1, 2, 3}));
         EXPECT_FALSE(fs::exists("/tmp/outside_dangling"));
         EXPECT_TRUE(is_plain_file(record('a')));
-        EXPECT_FALSE(fs::exists(cache.new_path));
+        EXPECT_FALSE(fs::exists(cache.new_path()));
     }
 }
 
 TEST_P(MachineCache, CreateOpensNoFileThatAppearsAtTheLastMoment) {
     create(record('a'));
     for (const bool is_hard : {false, true}) {
-        fs::remove_all(cache.new_path);
+        fs::remove_all(cache.new_path());
         write_file(outside, Bytes{1, 2, 3});
         WatchedFiles files;
         files.fail_open([&](const std::string& path) {
-            if (path != cache.new_path) return false;
-            is_hard ? fs::create_hard_link(outside, cache.new_path) : fs::create_symlink(outside, cache.new_path);
+            if (path != cache.new_path()) return false;
+            is_hard ? fs::create_hard_link(outside, cache.new_path()) : fs::create_symlink(outside, cache.new_path());
             return false;
         });
 
@@ -706,7 +708,7 @@ TEST_P(MachineCache, CreateOpensNoFileThatAppearsAtTheLastMoment) {
 TEST_P(MachineCache, CreateKeepsTheOldRecordWhenAFolderLiesWhereTheNewFileIsWritten) {
     create(record('a'));
     platform.reset();
-    fs::create_directory(cache.new_path);
+    fs::create_directory(cache.new_path());
 
     EXPECT_EQ(create(record('b')), -1);
 

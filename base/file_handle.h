@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
+// Ownership of open files by a scope.
 #pragma once
 
 #include <unistd.h>
 
+#include <cstdio>
+#include <memory>
+
 namespace vpdd {
 
-/// Closes a descriptor at the end of a scope.
 class ScopedFd {
 public:
     explicit ScopedFd(int fd) : fd_(fd) {}
@@ -20,5 +23,10 @@ public:
 private:
     int fd_;
 };
+
+struct FileCloser {
+    void operator()(FILE* file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<FILE, FileCloser>;
 
 }  // namespace vpdd
