@@ -68,7 +68,8 @@ inline std::vector<SeenEvent> events() {
 class TemporaryFolder {
 public:
     TemporaryFolder() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "vpdd-host-XXXXXX").string();
+        const std::string placeholder(6, 'X');  // what mkdtemp() replaces
+        std::string pattern = (std::filesystem::temp_directory_path() / ("vpdd-host-" + placeholder)).string();
         path_ = mkdtemp(pattern.data());
     }
     ~TemporaryFolder() { std::filesystem::remove_all(path_); }
