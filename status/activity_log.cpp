@@ -118,7 +118,9 @@ void LogRewrite::write(const StatusList& list) {
 }
 
 bool LogRewrite::end() {
-    const bool is_on_device = std::fflush(file_.get()) == 0 && fsync(fileno(file_.get())) == 0;
+    // A flush that failed while the entries were written shows only in the stream's error flag.
+    FILE* const file = file_.get();
+    const bool is_on_device = std::fflush(file) == 0 && std::ferror(file) == 0 && fsync(fileno(file)) == 0;
     file_.reset();
     vpdd_file_unlock(lock_);
     log_handle(is_on_device ? discard_backup : recover);
