@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: Apache-2.0
+// Watches what the library does with the files of the log: the calls stand in the platform's journal, among the shell
+// commands and the sleeps, and any of them can be made to fail.
+//
+// In the journal: "fopen LOG r", "fseek LOG", "fwrite LOG", "fflush LOG", "fsync LOG", "fclose LOG", "open BACKUP",
+// "close BACKUP", "open LOCK", "lock LOCK", "unlock LOCK", "close LOCK".
+#pragma once
+
+#include <fcntl.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace vpdd::test {
+
+struct WatchedCall {
+    std::string text;             ///< as in the journal
+    const void* bytes = nullptr;  ///< that fwrite() is to write
+    std::size_t size = 0;
+    FILE* stream = nullptr;
+    const struct flock* lock = nullptr;
+};
+
+/// One at a time.
+class WatchedCalls {
+public:
+    WatchedCalls();
+    ~WatchedCalls();
+    WatchedCalls(const WatchedCalls&) = delete;
+    WatchedCalls& operator=(const WatchedCalls&) = delete;
+
+    static constexpr int always = -1;
+
+    /// Makes the calls that read like this fail, all of them or so many.
+    void fail(const std::string& call, int times = always);
+    /// Runs before each call.
+    void before(std::function<void(const WatchedCall&)> hook);
+    std::vector<struct flock> lock_requests() const;
+};
+
+/// Writes past the watch.
+std::size_t unwatched_fwrite(const void* bytes, std::size_t size, FILE* stream);
+
+}  // namespace vpdd::test
