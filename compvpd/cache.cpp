@@ -8,8 +8,8 @@ namespace vpdd {
 std::atomic<int> vpd_cache_status{cache_never_created};
 ComponentVpdList component_vpd_list{};
 
-void log_cache_not_created(const char* function, int line) {
-    log_located(log_info, function, line, "ERROR:Cache wasn't created(status: %d)\n", vpd_cache_status.load());
+void log_cache_not_created(const char* function, int line, const char* tail) {
+    log_located(log_info, function, line, "ERROR:Cache wasn't created(status: %d)%s", vpd_cache_status.load(), tail);
 }
 
 }  // namespace vpdd

@@ -15,7 +15,8 @@ inline constexpr int cache_destroyed = 2;
 extern std::atomic<int> vpd_cache_status;
 extern ComponentVpdList component_vpd_list;
 
-/// Logs that the cache stands in another status than created.
-void log_cache_not_created(const char* function, int line);
+/// Logs that the cache stands in another status than created. `tail` ends the line: look-ups and status passes write a
+/// newline, update and destruction do not.
+void log_cache_not_created(const char* function, int line, const char* tail);
 
 }  // namespace vpdd

@@ -38,12 +38,12 @@ void wait_for_ipmi() {
 void begin_record(ComponentVpdNode& node) {
     node.record.status = 0;
     node.record.timestamp = 0;
+    node.record.is_cached = 0;  // until its image has been read and decoded
     vpdd::assign_text(node.record.name, node.locator.id_string);
     vpdd::set_address(node);
 }
 
-void note_failed_fru_read(const vpdd::FruImage::ReadEnd& at, ComponentVpdRecord& record) {
-    record.is_cached = 0;
+void note_failed_fru_read(const vpdd::FruImage::ReadEnd& at, const ComponentVpdRecord& record) {
     // The areas have not been looked for yet: their positions are null.
     const void* const none = nullptr;
     vpdd::log_text(vpdd::log_error,
@@ -57,7 +57,8 @@ void decode_fru(const vpdd::Run& run, const vpdd::FruImage& image, ComponentVpdR
     FruAreaPointers areas{};
     parse_fru_header(image.bytes(), &areas);
     if (areas.board != nullptr) {
-        vpdd::decode_board(run, areas.board, image, record);
+        const vpdd::BoardFields fields = vpdd::decode_board(areas.board, image, record);
+        vpdd::decode_psu_versions(run, fields, image, record);
     } else if (areas.product != nullptr) {
         vpdd::decode_product(areas.product, image, record);
     }
@@ -103,7 +104,6 @@ bool decode_node(vpdd::Run& run, ComponentVpdNode& node) {
     if (!vpdd::is_handled_format(run, node)) return true;
 
     vpdd::PreparedImage prepared = vpdd::prepare_image(run, record.fru_id, "");
-    if (prepared.state == vpdd::Preparation::size_unreadable) record.is_cached = 0;
     if (prepared.state != vpdd::Preparation::ready) return true;
     vpdd::FruImage& image = prepared.image;
     const vpdd::FruImage::ReadEnd end = image.read(record.fru_id, prepared.size);

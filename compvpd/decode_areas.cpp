@@ -37,7 +37,7 @@ void set_board_date(const uint8_t* board, ComponentVpdRecord& record) {
 
 namespace vpdd {
 
-WalkedField decode_board(const Run& run, const uint8_t* board, const FruImage& image, ComponentVpdRecord& record) {
+BoardFields decode_board(const uint8_t* board, const FruImage& image, ComponentVpdRecord& record) {
     set_board_date(board, record);
 
     FieldWalk walk(board + board_first_field, image.end());
@@ -48,12 +48,13 @@ WalkedField decode_board(const Run& run, const uint8_t* board, const FruImage& i
     set_text(record.part_number, part_number);
     walk.skip(1);  // FRU file id
     take_text(record.board_extra, walk);
+    return {part_number, walk.position()};
+}
 
-    if (record.entity_id == entity_power_supply &&
-        get_psu_fw_version(walk.position(), &record.psu_fw, image.end()) != 0) {
-        log_spaced_line(log_error, run.function, "get %s fw version failed", record.name);
-    }
-    return part_number;
+void decode_psu_versions(const Run& run, const BoardFields& fields, const FruImage& image, ComponentVpdRecord& record) {
+    if (record.entity_id != entity_power_supply) return;
+    if (get_psu_fw_version(fields.after_fields, &record.psu_fw, image.end()) == 0) return;
+    log_spaced_line(log_error, run.function, "get %s fw version failed", record.name);
 }
 
 WalkedField decode_product(const uint8_t* product, const FruImage& image, ComponentVpdRecord& record) {

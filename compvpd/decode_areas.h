@@ -7,8 +7,16 @@
 
 namespace vpdd {
 
-/// Fills the record from the board area; the board's part number as it was found.
-WalkedField decode_board(const Run& run, const uint8_t* board, const FruImage& image, ComponentVpdRecord& record);
+struct BoardFields {
+    WalkedField part_number;      // as it was found
+    const uint8_t* after_fields;  // null where the list has ended
+};
+
+/// Fills the record from the board area.
+BoardFields decode_board(const uint8_t* board, const FruImage& image, ComponentVpdRecord& record);
+
+/// The firmware versions of a power supply stand behind the fields of its board area.
+void decode_psu_versions(const Run& run, const BoardFields& fields, const FruImage& image, ComponentVpdRecord& record);
 
 /// Fills the record from the product area; the part/model number, which the record does not carry.
 WalkedField decode_product(const uint8_t* product, const FruImage& image, ComponentVpdRecord& record);

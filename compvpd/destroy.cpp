@@ -12,7 +12,7 @@ constexpr int cache_missing = -5;
 extern "C" int DestroyComponentVPDCache() {
     const vpdd::ScopedLock lock(compvpd_access_mutex);
     if (vpdd::vpd_cache_status != vpdd::cache_created) {
-        vpdd::log_cache_not_created(__func__, __LINE__);
+        vpdd::log_cache_not_created(__func__, __LINE__, "");
         return cache_missing;
     }
     for (ComponentVpdNode* node = vpdd::component_vpd_list.head; node != nullptr;) {

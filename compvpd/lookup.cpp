@@ -87,7 +87,7 @@ extern "C" int GetComponentVPD(uint32_t* out_length, uint32_t /*size*/, const Co
         return refused;
     }
     if (vpd_cache_status != cache_created) {
-        vpdd::log_cache_not_created(__func__, __LINE__);
+        vpdd::log_cache_not_created(__func__, __LINE__, "\n");
         return refused;
     }
     if (out == nullptr) {
@@ -109,7 +109,7 @@ extern "C" int GetComponentVPDByFruID(uint32_t* out_length, uint32_t /*size*/, c
     // Deliberate: a plain progress message at the highest priority.
     vpdd::log_text(vpdd::log_emergency, "Get component VPD by FRU ID(%d)\n", *fru_id);
     if (vpd_cache_status != cache_created) {
-        vpdd::log_cache_not_created(__func__, __LINE__);
+        vpdd::log_cache_not_created(__func__, __LINE__, "\n");
         return refused;
     }
     if (out == nullptr) {
@@ -122,7 +122,7 @@ extern "C" int GetComponentVPDByFruID(uint32_t* out_length, uint32_t /*size*/, c
 extern "C" int GetComponentVPD_KIVA(uint32_t* out_length, uint32_t size, const void* /*ignored*/, void* out) {
     const ScopedLock readers(compvpd_kiva_readonly_mutex);
     if (vpd_cache_status != cache_created) {
-        vpdd::log_cache_not_created(__func__, __LINE__);
+        vpdd::log_cache_not_created(__func__, __LINE__, "\n");
         return refused;
     }
     if (out == nullptr) {
@@ -143,7 +143,7 @@ extern "C" int GetComponentVPD_KIVA(uint32_t* out_length, uint32_t size, const v
 
 extern "C" int FindFRURecord(uint32_t fru_id, ComponentVpdRecord** out) {
     if (vpd_cache_status != cache_created) {
-        vpdd::log_cache_not_created(__func__, __LINE__);
+        vpdd::log_cache_not_created(__func__, __LINE__, "\n");
         return not_created;
     }
     const ScopedLock lock(compvpd_access_mutex);

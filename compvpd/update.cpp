@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -68,15 +69,17 @@ void count_processor(const ComponentVpdRecord& record, Totals& totals) {
     constexpr std::size_t thread_count_text = 3;  // of the OEM processor record
     ++totals.processors;
     if (totals.first_model[0] == '\0') vpdd::assign_text(totals.first_model, record.product_version);
-    // NOLINTNEXTLINE(cert-err34-c): a text that is no number counts as 0
-    totals.logical_processors +=
-        static_cast<uint32_t>(std::strtol(record.oem_cpu.text[thread_count_text], nullptr, 10));
+    // In the range of the 32-bit target's long; a text that is no number counts as 0.
+    const long long count = std::strtoll(record.oem_cpu.text[thread_count_text], nullptr, 10);
+    totals.logical_processors += static_cast<uint32_t>(std::clamp<long long>(count, INT32_MIN, INT32_MAX));
 }
 
 void update_areas(Update& update, const vpdd::FruImage& image, const FruAreaPointers& areas,
                   ComponentVpdRecord& record) {
     if (areas.board != nullptr) {
-        publish_part_number(record, vpdd::decode_board(update.run, areas.board, image, record));
+        const vpdd::BoardFields fields = vpdd::decode_board(areas.board, image, record);
+        publish_part_number(record, fields.part_number);
+        vpdd::decode_psu_versions(update.run, fields, image, record);
     } else if (areas.product != nullptr) {
         take_ppin(image, record);
         publish_part_number(record, vpdd::decode_product(areas.product, image, record));
@@ -226,7 +229,7 @@ void publish_totals(const Totals& totals) {
 
 extern "C" int UpdateComponentVPDCache() {
     if (vpdd::vpd_cache_status != vpdd::cache_created) {
-        vpdd::log_cache_not_created(__func__, __LINE__);
+        vpdd::log_cache_not_created(__func__, __LINE__, "");
         return cache_missing;
     }
     Update update;
@@ -238,7 +241,7 @@ extern "C" int UpdateComponentVPDCache() {
     const vpdd::ScopedLock lock(compvpd_access_mutex);
     for (ComponentVpdNode* node = vpdd::component_vpd_list.head; node != nullptr; node = node->next) {
         if (vpdd::vpd_cache_status != vpdd::cache_created) {
-            vpdd::log_cache_not_created(__func__, __LINE__);
+            vpdd::log_cache_not_created(__func__, __LINE__, "");
             vpdd_free_smbios_table(&update.run.smbios);
             return cache_missing;
         }

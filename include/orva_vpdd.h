@@ -13,8 +13,8 @@
  * `malloc` and is released with `free`, or with the release function that its description names. The component list and
  * its records belong to the library.
  *
- * Texts. Text fields in records have a fixed size, are zero-filled and end with a NUL inside the field. Numbers in records
- * stand in the processor's byte order (little-endian on every supported target).
+ * Texts. Text fields in records have a fixed size, are zero-filled and end with a NUL inside the field. Numbers in
+ * records stand in the processor's byte order (little-endian on every supported target).
  *
  * Threads. Functions over caller buffers may run on any thread at once. Functions that use shared state say which mutex
  * guards it. Lock order: an outer "readonly" mutex before `compvpd_access_mutex`, `g_list_access_mutex` only inside it.
@@ -43,23 +43,25 @@ extern "C" {
 
 /** Decoded Serial Presence Detect data of one memory module, 400 bytes. */
 typedef struct SpdInfo {
-    char description[17];             /**< free text, not set by the SPD decoders */
-    char part_number[31];             /**< module part number */
-    char serial_number[25];           /**< 18 hex digits: maker, location, date, serial number, in SPD order */
-    char udi_part_number[12];         /**< 7 raw bytes of the end-user area */
-    char mfg_id[33];                  /**< module manufacturer, JEP106 name */
-    char device_type[21];             /**< "DDR3", "DDR4", "DDR5", "NVM", "NVDIMM-N" or "Intel Optane PMem" */
-    char module_type[17];             /**< "RDIMM", "UDIMM", ... */
-    char sdram_freq_string[33];       /**< e.g. "DDR4-2400 (1200 MHz clock)"; DDR3 and DDR4 only */
-    uint16_t vendor_product_id;       /**< DDR4 and NVM only */
-    uint16_t module_vendor_id;        /**< module manufacturer id word */
-    uint16_t subsys_vendor_id;        /**< DDR4 path only */
-    uint16_t subsys_device_id;        /**< DDR4 path only */
-    uint8_t sdram_row_bits;           /**< not set by the decoders */
-    uint8_t sdram_col_bits;           /**< not set by the decoders */
-    uint8_t module_voltage;           /**< raw voltage byte */
-    uint8_t module_ranks;             /**< DDR3/DDR4: rank code (ranks - 1); DDR5: ranks */
-    uint8_t device_width;             /**< not set by the decoders */
+    char description[17];       /**< free text, not set by the SPD decoders */
+    char part_number[31];       /**< module part number */
+    char serial_number[25];     /**< 18 hex digits: maker, location, date, serial number, in SPD order */
+    char udi_part_number[12];   /**< 7 raw bytes of the end-user area */
+    char mfg_id[33];            /**< module manufacturer, JEP106 name */
+    char device_type[21];       /**< "DDR3", "DDR4", "DDR5", "NVM", "NVDIMM-N" or "Intel Optane PMem" */
+    char module_type[17];       /**< "RDIMM", "UDIMM", ... */
+    char sdram_freq_string[33]; /**< e.g. "DDR4-2400 (1200 MHz clock)"; DDR3 and DDR4 only */
+    uint8_t reserved_189;
+    uint16_t vendor_product_id; /**< DDR4 and NVM only */
+    uint16_t module_vendor_id;  /**< module manufacturer id word */
+    uint16_t subsys_vendor_id;  /**< DDR4 path only */
+    uint16_t subsys_device_id;  /**< DDR4 path only */
+    uint8_t sdram_row_bits;     /**< not set by the decoders */
+    uint8_t sdram_col_bits;     /**< not set by the decoders */
+    uint8_t module_voltage;     /**< raw voltage byte */
+    uint8_t module_ranks;       /**< DDR3/DDR4: rank code (ranks - 1); DDR5: ranks */
+    uint8_t device_width;       /**< not set by the decoders */
+    uint8_t reserved_203;
     uint32_t module_bus_width;        /**< primary bus width in bits */
     float fine_timebase;              /**< ns (DDR3: ps) */
     float medium_timebase;            /**< ns */
@@ -96,31 +98,31 @@ typedef struct PsuFwVersion {
 /** One component of the server, 1512 bytes; also the image of an activity-log entry. */
 typedef struct ComponentVpdRecord {
     uint8_t reserved_0;
-    uint8_t fru_id;           /**< FRU device id */
-    uint8_t next_fru_id;      /**< only in copies: FRU id of the next record, 0xFF behind the last */
-    char board_extra[13];     /**< first custom field of the board area */
-    char name[86];            /**< device id string of the locator */
+    uint8_t fru_id;       /**< FRU device id */
+    uint8_t next_fru_id;  /**< only in copies: FRU id of the next record, 0xFF behind the last */
+    char board_extra[13]; /**< first custom field of the board area */
+    char name[86];        /**< device id string of the locator */
     uint8_t reserved_102;
-    char ppin[10];            /**< processor PPIN text */
+    char ppin[10]; /**< processor PPIN text */
     char serial_number[25];
-    char mfg_id[31];          /**< manufacturer name */
-    char mfg_date[11];        /**< "%d-%02d-%02d" */
+    char mfg_id[31];   /**< manufacturer name */
+    char mfg_date[11]; /**< "%d-%02d-%02d" */
     char part_number[31];
     char product_version[65];
-    uint8_t entity_id;        /**< IPMI entity id: 3 processor, 10 power supply, 32 memory device */
+    uint8_t entity_id; /**< IPMI entity id: 3 processor, 10 power supply, 32 memory device */
     uint8_t entity_instance;
     uint8_t reserved_278[2];
-    SpdInfo spd_info;         /**< memory modules only */
-    uint32_t crc;             /**< CRC-32 of bytes 0-679 as last logged */
-    uint8_t is_cached;        /**< 1 when the FRU image was read and decoded */
+    SpdInfo spd_info;  /**< memory modules only */
+    uint32_t crc;      /**< CRC-32 of bytes 0-679 as last logged */
+    uint8_t is_cached; /**< 1 when the FRU image was read and decoded */
     uint8_t reserved_685[3];
-    int32_t status;           /**< 1 present, 0 absent, 255 presence sensor missing */
+    int32_t status; /**< 1 present, 0 absent, 255 presence sensor missing */
     uint8_t reserved_692[4];
-    int64_t timestamp;        /**< last status change, seconds since the Unix epoch */
-    uint32_t vpd_format;      /**< 3 skipped cartridge format, 2 OEM processor record decoded, else 0 */
+    int64_t timestamp;   /**< last status change, seconds since the Unix epoch */
+    uint32_t vpd_format; /**< 3 skipped cartridge format, 2 OEM processor record decoded, else 0 */
     OemCpuRecord oem_cpu;
-    PsuFwVersion psu_fw;      /**< power supplies only */
-    uint32_t ppin_dump;       /**< holds the PPIN dump while its text has not been taken; 0 at rest */
+    PsuFwVersion psu_fw; /**< power supplies only */
+    uint32_t ppin_dump;  /**< holds the PPIN dump while its text has not been taken; 0 at rest */
 } ComponentVpdRecord;
 
 /** Bytes 5 to 32 of a FRU Device Locator SDR (IPMI 2.0 table 43-7), 28 bytes. */
@@ -140,15 +142,15 @@ typedef struct FruLocatorCopy {
 } FruLocatorCopy;
 
 typedef struct ComponentVpdNode {
-    struct ComponentVpdNode *prev; /**< null at the head */
-    struct ComponentVpdNode *next; /**< null at the tail */
+    struct ComponentVpdNode* prev; /**< null at the head */
+    struct ComponentVpdNode* next; /**< null at the tail */
     FruLocatorCopy locator;
     ComponentVpdRecord record;
 } ComponentVpdNode;
 
 typedef struct ComponentVpdList {
-    ComponentVpdNode *head;
-    ComponentVpdNode *tail;
+    ComponentVpdNode* head;
+    ComponentVpdNode* tail;
 } ComponentVpdList;
 
 /** Request of GetComponentVPD, 8 bytes. */
@@ -159,44 +161,44 @@ typedef struct ComponentRequest {
 
 /** One loaded entry of the activity log. */
 typedef struct StatusNode {
-    struct StatusNode *prev; /**< null at the oldest entry */
-    struct StatusNode *next; /**< null at the newest entry */
+    struct StatusNode* prev; /**< null at the oldest entry */
+    struct StatusNode* next; /**< null at the newest entry */
     ComponentVpdRecord entry;
 } StatusNode;
 
 /** A loaded activity log. */
 typedef struct StatusList {
-    StatusNode *head; /**< oldest */
-    StatusNode *tail; /**< newest */
+    StatusNode* head; /**< oldest */
+    StatusNode* tail; /**< newest */
 } StatusList;
 
 typedef struct PciNode {
-    struct PciNode *prev;
-    struct PciNode *next;
+    struct PciNode* prev;
+    struct PciNode* next;
     uint8_t record[158];
 } PciNode;
 
 typedef struct PciList {
-    PciNode *head;
-    PciNode *tail;
+    PciNode* head;
+    PciNode* tail;
 } PciList;
 
 /** A row for the change-history database, 616 bytes. */
 typedef struct ChangeHistoryRecord {
     uint32_t reserved_0;
-    char time_text[64];       /**< "11/14/2023,22:13:20", local time; empty when it cannot be converted */
-    char time_iso[64];        /**< "2023-11-14T22:13", local time */
-    uint32_t time;            /**< seconds since the Unix epoch, low 32 bits */
-    uint32_t one;             /**< always 1 */
+    char time_text[64]; /**< "11/14/2023,22:13:20", local time; empty when it cannot be converted */
+    char time_iso[64];  /**< "2023-11-14T22:13", local time */
+    uint32_t time;      /**< seconds since the Unix epoch, low 32 bits */
+    uint32_t one;       /**< always 1 */
     uint32_t reserved_140;
-    int32_t status;           /**< 1 installed, 0 removed, 255 presence sensor missing */
+    int32_t status; /**< 1 installed, 0 removed, 255 presence sensor missing */
     uint8_t reserved_148[76];
     char board_extra[64];
     char name[64];
     char serial_number[64];
     char mfg_id[64];
-    char part_number[64];     /**< processors: a text of the OEM processor record */
-    uint32_t cpu_words[3];    /**< processors only: the record's bytes 103 to 114 */
+    char part_number[64];  /**< processors: a text of the OEM processor record */
+    uint32_t cpu_words[3]; /**< processors only: the record's bytes 103 to 114 */
     uint8_t reserved_556[52];
     uint32_t entity_instance;
     uint32_t reserved_612;
@@ -204,21 +206,21 @@ typedef struct ChangeHistoryRecord {
 
 /** The machine VPD record, 1106 bytes; every text is zero-terminated inside its field. */
 typedef struct MachineVpdRecord {
-    char vpd_version[9];        /**< "0x0300" */
+    char vpd_version[9]; /**< "0x0300" */
     char machine_type_model[34];
     char serial_number[34];
-    char uuid[34];              /**< 32 hex digits */
+    char uuid[34]; /**< 32 hex digits */
     char asset_id[34];
     char manufacturer_id[35];
     char card_part_number[34];
     char card_fru_number[13];
     char card_serial_number[41];
-    char card_mfg_date[11];     /**< "%d-%02d-%02d" */
-    char host_macs[8][26];      /**< "XX:XX:XX:XX:XX:XX" */
+    char card_mfg_date[11]; /**< "%d-%02d-%02d" */
+    char host_macs[8][26];  /**< "XX:XX:XX:XX:XX:XX" */
     char product_name[129];
     char code_levels[6][37];
-    char port_macs[8][19];      /**< 16 hex digits */
-    char iana[9];               /**< 8 hex digits */
+    char port_macs[8][19]; /**< 16 hex digits */
+    char iana[9];          /**< 8 hex digits */
     char sub_manufacturer[6];
     char serial_number_format[13]; /**< "11S", "8S", "11S and 8S" or "Unknown" */
     char ec_level[11];
@@ -241,7 +243,7 @@ typedef struct MachineFieldsRecord {
 
 /** The OEM machine record, 1342 bytes. Some of its fields are only the beginning or the end of a standard field. */
 typedef struct OemMachineRecord {
-    char request[8];              /**< "_req_oem", no terminator */
+    char request[8]; /**< "_req_oem", no terminator */
     char reserved_8;
     char product_manufacturer[9]; /**< "oem", "zelt" or empty */
     char vpd_version[9];
@@ -257,12 +259,12 @@ typedef struct OemMachineRecord {
     char card_serial_number_end[7]; /**< the last seven bytes of the standard field */
     MachineFieldPair pair_4;
     char card_mfg_date[11];
-    char host_macs[194];            /**< the first 194 bytes of the standard field */
+    char host_macs[194]; /**< the first 194 bytes of the standard field */
     char reserved_710[14];
     char product_name[129];
-    char code_levels[217];          /**< the first 217 bytes of the standard field */
+    char code_levels[217]; /**< the first 217 bytes of the standard field */
     char reserved_1070[5];
-    char port_macs[138];            /**< the first 138 bytes of the standard field */
+    char port_macs[138]; /**< the first 138 bytes of the standard field */
     char reserved_1213[14];
     char iana[9];
     char sub_manufacturer[6];
@@ -273,10 +275,10 @@ typedef struct OemMachineRecord {
 
 /** One IPMI request. `response` needs room for the longest answer; its byte 0 receives the completion code. */
 typedef struct IpmiRequest {
-    const uint8_t *request;   /**< request data, may be empty */
-    uint8_t *response;        /**< caller's zero-filled response buffer */
-    uint32_t request_length;  /**< bytes */
-    int32_t response_length;  /**< out: bytes returned by the stack, completion code included */
+    const uint8_t* request;  /**< request data, may be empty */
+    uint8_t* response;       /**< caller's zero-filled response buffer */
+    uint32_t request_length; /**< bytes */
+    int32_t response_length; /**< out: bytes returned by the stack, completion code included */
     uint8_t netfn;
     uint8_t cmd;
 } IpmiRequest;
@@ -285,7 +287,7 @@ typedef struct IpmiRequest {
  * @brief Send one request, up to three times, sleeping 300 ms after each failed attempt.
  * @return 0; 203 for completion code 0xCB; -1 for any other failure or a null response pointer.
  */
-int ipmi_cmd_retry(IpmiRequest *request);
+int ipmi_cmd_retry(IpmiRequest* request);
 
 /** @brief Probe the IPMI stack with Get Device ID. @return 0 when it answers, otherwise -1. */
 int test_ipmi_stack(void);
@@ -298,14 +300,14 @@ int is_ipmi_sensor_ready(void);
  * @param size out: bytes; untouched on failure
  * @return as ipmi_cmd_retry()
  */
-int read_fru_size(uint8_t fru_id, uint32_t *size);
+int read_fru_size(uint8_t fru_id, uint32_t* size);
 
 /**
  * @brief Read `count` bytes of FRU data at `offset`.
  * @param dest `count` bytes; null only discards a successful answer. After a failure it holds the raw response.
  * @return as ipmi_cmd_retry()
  */
-int read_fru(uint8_t fru_id, uint16_t offset, uint8_t count, uint8_t *dest);
+int read_fru(uint8_t fru_id, uint16_t offset, uint8_t count, uint8_t* dest);
 
 /**
  * @brief Read system VPD from offset 0 through the BMC's OEM command. Exact for up to 244 bytes; longer reads keep the
@@ -313,13 +315,13 @@ int read_fru(uint8_t fru_id, uint16_t offset, uint8_t count, uint8_t *dest);
  * @param dest `length` bytes
  * @return 0; the non-zero result of the IPMI stack; -1 for a short answer, no memory or a null `dest`
  */
-int readvpd_from_ipmi(uint32_t length, uint8_t *dest);
+int readvpd_from_ipmi(uint32_t length, uint8_t* dest);
 
 /** @brief Read the system-VPD device. @return null for a null `buf`, otherwise what the device driver returns. */
-uint8_t *sysvpd_read(uint32_t offset, uint32_t length, uint8_t *buf);
+uint8_t* sysvpd_read(uint32_t offset, uint32_t length, uint8_t* buf);
 
 /** @brief Write the system-VPD device. @return 0 for a null `buf`, otherwise what the device driver returns. */
-int sysvpd_write(uint32_t offset, uint32_t length, uint8_t *buf);
+int sysvpd_write(uint32_t offset, uint32_t length, uint8_t* buf);
 
 /* ---- IPMI FRU format -------------------------------------------------------------------------------------------- */
 
@@ -332,7 +334,7 @@ typedef struct FruAreaPointers {
 typedef struct FruField {
     uint8_t type;   /**< 0 binary, 1 BCD plus, 2 6-bit ASCII (still packed), 3 text; untouched by an empty field */
     uint8_t length; /**< bytes of `data` */
-    uint8_t *data;  /**< `malloc`ed, zero-terminated, the caller frees it; null for an empty field or the end marker */
+    uint8_t* data;  /**< `malloc`ed, zero-terminated, the caller frees it; null for an empty field or the end marker */
 } FruField;
 
 /**
@@ -340,7 +342,7 @@ typedef struct FruField {
  * @param image at least 8 bytes
  * @return 0, or -1 when a pointer is null
  */
-int parse_fru_header(const uint8_t *image, FruAreaPointers *out);
+int parse_fru_header(const uint8_t* image, FruAreaPointers* out);
 
 /**
  * @brief Decode one type/length field. The caller frees `out->data` and sets it to null before the next call.
@@ -348,10 +350,10 @@ int parse_fru_header(const uint8_t *image, FruAreaPointers *out);
  * @param end one past the last byte of the area
  * @return 0; -1 when an argument is null; the `errno` value of a failed allocation
  */
-int fru_tlv2raw(const uint8_t *field, FruField *out, const uint8_t **next, const uint8_t *end);
+int fru_tlv2raw(const uint8_t* field, FruField* out, const uint8_t** next, const uint8_t* end);
 
 /** @brief Sum of `count` bytes modulo 256, 0 when `count` is below 1: a valid area or header gives 0. */
-int ipmi_fru_get_checksum(const uint8_t *bytes, int32_t count);
+int ipmi_fru_get_checksum(const uint8_t* bytes, int32_t count);
 
 /**
  * @brief Walk a multirecord list and decode the OEM processor record into `record`.
@@ -359,19 +361,20 @@ int ipmi_fru_get_checksum(const uint8_t *bytes, int32_t count);
  * The list ends at its end-of-list bit or at a header of five zero bytes; the caller guarantees that it does.
  * @return 0, also for a null header; -1 for a wrong checksum
  */
-int process_multirec(const uint8_t *first_header, ComponentVpdRecord *record);
+int process_multirec(const uint8_t* first_header, ComponentVpdRecord* record);
 
 /** @brief Decode the data of an OEM processor record. @return 0, or -1 for a short record or another maker's. */
-int process_zelt_oem_cpu_rec(const uint8_t *data, uint32_t length, OemCpuRecord *out);
+int process_zelt_oem_cpu_rec(const uint8_t* data, uint32_t length, OemCpuRecord* out);
 
-/** @brief Take the firmware versions from the 8th and 9th field from `field` on. @return 0, or -1 for a null `field`. */
-int get_psu_fw_version(const uint8_t *field, PsuFwVersion *out, const uint8_t *end);
+/** @brief Take the firmware versions from the 8th and 9th field from `field` on. @return 0, or -1 for a null `field`.
+ */
+int get_psu_fw_version(const uint8_t* field, PsuFwVersion* out, const uint8_t* end);
 
 /**
  * @brief Keep a heap copy of the ten bytes from `end` - 9 to `end` in the record. remove_vpd_node() frees it.
  * @return 0, or the `errno` value of a failed allocation
  */
-int get_ppin_hexdump(ComponentVpdRecord *record, const uint8_t *end);
+int get_ppin_hexdump(ComponentVpdRecord* record, const uint8_t* end);
 
 /** The IPMI BCD-plus alphabet: 16 characters and a terminator. */
 extern const char fru_bcd_array[17];
@@ -384,26 +387,26 @@ extern const char fru_bcd_array[17];
  *             For ids 60-65 with OEM padding at least 32 bytes.
  * @return the device's non-zero result, 0 on failure (logged to the trace file)
  */
-int sysvpd_read_field(uint32_t id, uint32_t max_length, uint8_t *dest);
+int sysvpd_read_field(uint32_t id, uint32_t max_length, uint8_t* dest);
 
 /** @brief Remove trailing spaces in place. Null-safe. */
-void left_justified(char *text);
+void left_justified(char* text);
 
 /** @brief Remove leading spaces in place; an all-blank text stays. Null-safe. */
-void right_justified(char *text);
+void right_justified(char* text);
 
 /** @brief Move the text behind the first zero byte of a 32-byte field to its start. Null-safe. */
-void oem_justified(char *text);
+void oem_justified(char* text);
 
 /** @brief Remove leading blanks and control characters and trailing tab, line feed, form feed, space. Null-safe. */
-void trim_string(char *text);
+void trim_string(char* text);
 
 /**
  * @brief Write `count` bytes as upper-case hexadecimal digits; the rest of `dest` is zeroed. A destination of exactly
  *        2 x `count` bytes holds all digits and no terminator.
  * @return 0; -2 when an argument is zero or null; -3 when `dest_size` is below 2 x `count`
  */
-int hex_to_string(char *dest, uint32_t dest_size, const uint8_t *src, uint32_t count);
+int hex_to_string(char* dest, uint32_t dest_size, const uint8_t* src, uint32_t count);
 
 /** @brief Fill `host_mac_cache` from the system VPD and set `isHostMacCache`. Call it under `sysvpd_access_mutex`. */
 void updateSysvpdMacAddressCache(void);
@@ -425,7 +428,7 @@ extern uint8_t isHostMacCache;
  * @param record 420 bytes, a MachineFieldsRecord
  * @return 0, also without a product area; -1 for a null record; -9 when FRU 0 cannot be read or there is no memory
  */
-int GetMachineFields(uint32_t *out_length, uint32_t capacity, uint32_t reserved, uint8_t *record);
+int GetMachineFields(uint32_t* out_length, uint32_t capacity, uint32_t reserved, uint8_t* record);
 
 /**
  * @brief Fill the seven label/value pairs from the custom fields of a product area. When the fields end early, the last
@@ -434,7 +437,7 @@ int GetMachineFields(uint32_t *out_length, uint32_t capacity, uint32_t reserved,
  * @param record 420 bytes, a MachineFieldsRecord
  * @return 0
  */
-int process_oemfields(const uint8_t *first_custom_field, const uint8_t *end, uint8_t *record);
+int process_oemfields(const uint8_t* first_custom_field, const uint8_t* end, uint8_t* record);
 
 /**
  * @brief Assemble the machine VPD record and publish the machine's identity. Holds `sysvpd_access_mutex`.
@@ -443,7 +446,7 @@ int process_oemfields(const uint8_t *first_custom_field, const uint8_t *end, uin
  * @param record 1106 bytes, a MachineVpdRecord
  * @return 0, fields that cannot be read stay empty; -1 for a null record
  */
-int GetMachineVPDImpl(uint32_t *out_length, uint32_t capacity, const char *request, uint8_t *record);
+int GetMachineVPDImpl(uint32_t* out_length, uint32_t capacity, const char* request, uint8_t* record);
 
 /**
  * @brief The machine VPD record, or the OEM machine record when `request` begins with "_req_oem".
@@ -452,21 +455,21 @@ int GetMachineVPDImpl(uint32_t *out_length, uint32_t capacity, const char *reque
  * @param record 1106 bytes, 1342 for the OEM record
  * @return 0; -1 for a null record; the result of a failed GetMachineFields()
  */
-int GetMachineVPD(uint32_t *out_length, uint32_t capacity, const char *request, uint8_t *record);
+int GetMachineVPD(uint32_t* out_length, uint32_t capacity, const char* request, uint8_t* record);
 
 /** @brief Copy "/tmp/machine.cache" under its lock. @param size 1106 @return 0 or -1. */
-int vpdd_machine_vpd_read(uint8_t *buffer, uint32_t size);
+int vpdd_machine_vpd_read(uint8_t* buffer, uint32_t size);
 /** @brief Copy "/tmp/oemMachine.cache" under its lock. @param size 1342 @return 0 or -1. */
-int vpdd_machine_oem_vpd_read(uint8_t *buffer, uint32_t size);
+int vpdd_machine_oem_vpd_read(uint8_t* buffer, uint32_t size);
 /** @brief Copy a machine cache file without locking. @param oem 0 standard, 1 OEM @return 0 or -1. */
-int read_machine_vpd_cache_file(uint8_t *buffer, uint32_t size, uint32_t oem);
+int read_machine_vpd_cache_file(uint8_t* buffer, uint32_t size, uint32_t oem);
 /**
  * @brief Replace a machine cache file as a whole, under the lock that its readers take.
  * @param size 1106 or 1342
  * @param oem 0 standard, 1 OEM
  * @return 0 or -1
  */
-int create_machine_vpd_cache_file(const uint8_t *buffer, uint32_t size, uint32_t oem);
+int create_machine_vpd_cache_file(const uint8_t* buffer, uint32_t size, uint32_t oem);
 /** @brief Build both records and write both files. @return 0 or the result of the first step that failed. */
 int init_machine_vpd_cache_file(void);
 /** @brief Build both files, at most thirty times, sleeping 1 s after each. @return the last result, 0 on success. */
@@ -478,33 +481,33 @@ void vpd_sysvpd_changed_notify_callback(void);
  * @param fd out: the lock's descriptor; -1 when locking failed; untouched when the lock file cannot be opened
  * @return 0, or negative
  */
-int vpdd_machine_cache_file_lock_wait(int32_t *fd);
+int vpdd_machine_cache_file_lock_wait(int32_t* fd);
 /** @brief As vpdd_machine_cache_file_lock_wait(), for the OEM file. */
-int vpdd_machine_oem_cache_file_lock_wait(int32_t *fd);
+int vpdd_machine_oem_cache_file_lock_wait(int32_t* fd);
 /** @brief As vpdd_file_unlock(). */
 int vpdd_machine_cache_file_unlock(int32_t fd);
 /** @brief As vpdd_file_unlock(). */
 int vpdd_machine_oem_cache_file_unlock(int32_t fd);
 
 /** The machine cache files: standard, OEM. */
-extern const char *const machine_vpd_cache_file[2];
+extern const char* const machine_vpd_cache_file[2];
 
 /* ---- Component cache: record list, flag, dates ------------------------------------------------------------------ */
 
 /** @brief Insert `node` behind `at`. @return `list`. Nothing happens when an argument is null. Takes no lock. */
-ComponentVpdList *insert_vpd_node_back(ComponentVpdList *list, ComponentVpdNode *at, ComponentVpdNode *node);
+ComponentVpdList* insert_vpd_node_back(ComponentVpdList* list, ComponentVpdNode* at, ComponentVpdNode* node);
 
 /** @brief Insert `node` before `at`. Nothing happens when an argument is null. Takes no lock. */
-void insert_vpd_node(ComponentVpdList *list, ComponentVpdNode *at, ComponentVpdNode *node);
+void insert_vpd_node(ComponentVpdList* list, ComponentVpdNode* at, ComponentVpdNode* node);
 
 /**
  * @brief Append `node`. Takes no lock.
  * @return `list`; null when the node became the only element
  */
-ComponentVpdList *insert_vpd_node_last(ComponentVpdList *list, ComponentVpdNode *node);
+ComponentVpdList* insert_vpd_node_last(ComponentVpdList* list, ComponentVpdNode* node);
 
 /** @brief Unlink `node` and free it with what it holds. Takes no lock. */
-void remove_vpd_node(ComponentVpdList *list, ComponentVpdNode *node);
+void remove_vpd_node(ComponentVpdList* list, ComponentVpdNode* node);
 
 /** @brief The FRU-changed flag, 0 or 1, under `g_fru_changed_flag_mutex`. */
 int vpd_get_fru_changed_flag(void);
@@ -523,10 +526,10 @@ pid_t gettid(void);
 #endif
 
 /** @brief Local calendar date of a FRU board date: 3 bytes, minutes since 1996-01-01 00:00 UTC, low byte first. */
-void fru_minutes_to_date(const uint8_t *minutes, int *year, int *month, int *day);
+void fru_minutes_to_date(const uint8_t* minutes, int* year, int* month, int* day);
 
 /** @brief Calendar date of the first day of a manufacturing week (two-digit year, plain numbers). */
-void spd_week_to_date(uint32_t year, uint32_t week, int *out_year, int *out_month, int *out_day);
+void spd_week_to_date(uint32_t year, uint32_t week, int* out_year, int* out_month, int* out_day);
 
 /** Raised by the platform's notification; guarded by `g_fru_changed_flag_mutex`. */
 extern uint8_t gb_fru_changed_flag;
@@ -581,18 +584,19 @@ int UpdateFRUID0InfoToTARNForDCMI(void);
  * @param size not used; `out` must hold 1512 bytes
  * @return 0; -1 for a bad argument or no cache; -7 for no such record
  */
-int GetComponentVPD(uint32_t *out_length, uint32_t size, const ComponentRequest *request, ComponentVpdRecord *out);
+int GetComponentVPD(uint32_t* out_length, uint32_t size, const ComponentRequest* request, ComponentVpdRecord* out);
 
 /** @brief Copy the record of the FRU id that `fru_id` points at. @return as GetComponentVPD(). */
-int GetComponentVPDByFruID(uint32_t *out_length, uint32_t size, const uint8_t *fru_id, ComponentVpdRecord *out);
+int GetComponentVPDByFruID(uint32_t* out_length, uint32_t size, const uint8_t* fru_id, ComponentVpdRecord* out);
 
 /**
- * @brief Copy as many records as fit, at least one and at most 2048; `next_fru_id` of the first copy says where to go on.
+ * @brief Copy as many records as fit, at least one and at most 2048; `next_fru_id` of the first copy says where to go
+ * on.
  * @param out_length out: bytes copied
  * @param size room in `out` in bytes; a size below one record counts as one record
  * @return 0; -1 for no cache or a null buffer; -7 for an empty cache
  */
-int GetComponentVPD_KIVA(uint32_t *out_length, uint32_t size, const void *ignored, void *out);
+int GetComponentVPD_KIVA(uint32_t* out_length, uint32_t size, const void* ignored, void* out);
 
 /**
  * @brief Find the cached record itself. It stays valid until the cache is destroyed; hold `compvpd_access_mutex` while
@@ -600,27 +604,28 @@ int GetComponentVPD_KIVA(uint32_t *out_length, uint32_t size, const void *ignore
  * @param out out: the record, null when there is none
  * @return 0; -1 not found; -4 no cache
  */
-int FindFRURecord(uint32_t fru_id, ComponentVpdRecord **out);
+int FindFRURecord(uint32_t fru_id, ComponentVpdRecord** out);
 
 /* ---- Activity log ----------------------------------------------------------------------------------------------- */
 
 /** @brief CRC-32 of IEEE 802.3 (reflected polynomial 0xEDB88320). */
-uint32_t calc_crc(const uint8_t *buffer, uint32_t length);
+uint32_t calc_crc(const uint8_t* buffer, uint32_t length);
 
 /**
- * @brief Append the valid entries of the activity log to `list`, oldest first. Takes no lock; the caller frees the nodes.
+ * @brief Append the valid entries of the activity log to `list`, oldest first. Takes no lock; the caller frees the
+ * nodes.
  * @return entries loaded; -1 null list or no log; -6 no memory; -32 seek failure
  */
-int log_inventory(StatusList *list);
+int log_inventory(StatusList* list);
 
 /** @brief Write one entry of 1512 bytes; a null stream is left alone. */
-void log_write_node(FILE *stream, const ComponentVpdRecord *record);
+void log_write_node(FILE* stream, const ComponentVpdRecord* record);
 
 /**
  * @brief Rewrite the log with `record` added, under "/tmp/vpdd_lock". The log must exist.
  * @param mode 0 append; 1 first close the newest open entry of the same FRU id
  */
-void log_update(const ComponentVpdRecord *record, int mode);
+void log_update(const ComponentVpdRecord* record, int mode);
 
 /** @brief 0 back the log up, 1 discard the backup, 2 recover from it. @return the command's result, or -1. */
 int log_handle(int flag);
@@ -630,19 +635,19 @@ int log_handle(int flag);
  * @param fd_out out: the lock's descriptor; -1 when locking failed; untouched when the lock file cannot be opened
  * @return 0, or negative
  */
-int vpdd_file_lock_wait(int *fd_out);
+int vpdd_file_lock_wait(int* fd_out);
 
 /** @brief Release a file lock and close its descriptor. Sleeps at least 100 ms. @return the result of closing. */
 int vpdd_file_unlock(int fd);
 
 /** @brief Insert `node` behind `at`. @return `list`. Nothing happens when an argument is null. Takes no lock. */
-StatusList *insert_status_node_back(StatusList *list, StatusNode *at, StatusNode *node);
+StatusList* insert_status_node_back(StatusList* list, StatusNode* at, StatusNode* node);
 /** @brief Insert `node` before `at`. Nothing happens when an argument is null. Takes no lock. */
-void insert_status_node(StatusList *list, StatusNode *at, StatusNode *node);
+void insert_status_node(StatusList* list, StatusNode* at, StatusNode* node);
 /** @brief Append `node`. @return `list`; null when the node became the only element. Takes no lock. */
-StatusList *insert_status_node_last(StatusList *list, StatusNode *node);
+StatusList* insert_status_node_last(StatusList* list, StatusNode* node);
 /** @brief Unlink `node` and free it. Takes no lock. */
-void remove_status_node(StatusList *list, StatusNode *node);
+void remove_status_node(StatusList* list, StatusNode* node);
 
 /** CRC register after eight shift steps from each byte value. */
 extern const uint32_t crc_table[256];
@@ -658,14 +663,14 @@ extern const uint32_t crc_table[256];
 int UpdateComponentStatus(int mode);
 
 /** @brief Replace the newest log entry of the same component and status by `record`. @return 0 or -1. */
-int UpdateHardwareActivityLog(const ComponentVpdRecord *record);
+int UpdateHardwareActivityLog(const ComponentVpdRecord* record);
 
 /**
  * @brief Merge the components of the change-history database into the log.
  * @param current loaded records to compare with, newest last; may be null
  * @return what the database's release function returns, 0 without a database
  */
-int UpdateExtendComponentStatus(void *reserved, StatusList *current);
+int UpdateExtendComponentStatus(void* reserved, StatusList* current);
 
 /* ---- Clients ---------------------------------------------------------------------------------------------------- */
 
@@ -675,32 +680,32 @@ int UpdateExtendComponentStatus(void *reserved, StatusList *current);
  * @param buffer room for the largest reply to this request, whatever `expected_size` says
  * @return 0, or -1 without a connection
  */
-int vpdd_read_component_data(const char *request, uint32_t *size_out, uint32_t reserved, uint32_t expected_size,
-                             void *buffer);
+int vpdd_read_component_data(const char* request, uint32_t* size_out, uint32_t reserved, uint32_t expected_size,
+                             void* buffer);
 
 /** @brief Activity log: 51 read, 53 free, 54 clean. @return 0; -1 failed; -2 unknown operation. Takes no lock. */
-int access_vpd_log(int operation, StatusList **handle);
+int access_vpd_log(int operation, StatusList** handle);
 /** @brief PCI log: 51 read, 53 free. @return 0; -1 failed; -2 unknown operation. */
-int access_pci_log(int operation, PciList **handle);
+int access_pci_log(int operation, PciList** handle);
 /** @brief Load the activity log under its lock; release it with vpdd_serv_freelog(). @return 0 or -1. */
-int vpdd_serv_readlog(StatusList **handle_out);
+int vpdd_serv_readlog(StatusList** handle_out);
 /** @brief Free a loaded log. @return the result of unlocking; the characters of the message when locking failed. */
-int vpdd_serv_freelog(StatusList **handle_inout);
+int vpdd_serv_freelog(StatusList** handle_inout);
 /** @brief Empty the activity log. @return as vpdd_serv_freelog(). */
 int vpdd_serv_cleanlog(void);
 /** @brief The PCI log cannot be read. @return -1, with a null handle. */
-int vpdd_pci_readlog(PciList **handle_out);
+int vpdd_pci_readlog(PciList** handle_out);
 /** @return 0, or -1 for a null handle. */
-int vpdd_pci_freelog(PciList **handle_inout);
+int vpdd_pci_freelog(PciList** handle_inout);
 
 /** @brief As insert_status_node_back(). */
-PciList *insert_pci_node_back(PciList *list, PciNode *at, PciNode *node);
+PciList* insert_pci_node_back(PciList* list, PciNode* at, PciNode* node);
 /** @brief As insert_status_node(). */
-void insert_pci_node(PciList *list, PciNode *at, PciNode *node);
+void insert_pci_node(PciList* list, PciNode* at, PciNode* node);
 /** @brief As insert_status_node_last(). */
-PciList *insert_pci_node_last(PciList *list, PciNode *node);
+PciList* insert_pci_node_last(PciList* list, PciNode* node);
 /** @brief As remove_status_node(). */
-void remove_pci_node(PciList *list, PciNode *node);
+void remove_pci_node(PciList* list, PciNode* node);
 
 /* ---- Change history --------------------------------------------------------------------------------------------- */
 
@@ -709,27 +714,27 @@ int vpdd_load_chghist_lib(void);
 /** @brief Close it; the library's destructor does. @return the result of closing, 0 when nothing was loaded. */
 int vpdd_close_chghist_lib(void);
 /** @brief Fill a zeroed change-history record. @return 0. */
-int get_chghist_md_data(const ComponentVpdRecord *record, ChangeHistoryRecord *out);
+int get_chghist_md_data(const ComponentVpdRecord* record, ChangeHistoryRecord* out);
 /** @brief Announce a component's status as a software event. @return the dispatcher's result. */
-int send_swe_vpdd(const ComponentVpdRecord *record);
+int send_swe_vpdd(const ComponentVpdRecord* record);
 
 /* ---- SPD decoding ----------------------------------------------------------------------------------------------- */
 
 typedef struct DimmTypeRow {
     uint8_t code;
-    const char *name;
+    const char* name;
 } DimmTypeRow;
 
 typedef struct Jep106Row {
     uint8_t bank; /**< continuation codes before the id */
     uint8_t code; /**< with its odd-parity bit 7 */
-    const char *name;
+    const char* name;
 } Jep106Row;
 
 typedef struct DimmFrequencyRow {
     uint32_t low;
     uint32_t high;
-    const char *text;
+    const char* text;
 } DimmFrequencyRow;
 
 typedef struct CasLatencyMaskRow {
@@ -740,7 +745,7 @@ typedef struct CasLatencyMaskRow {
 /* An SPD image handed to a decoder holds at least 512 bytes for DDR3 and DDR4 and 1024 bytes for DDR5. */
 
 /** @brief CRC-16, polynomial 0x1021, initial value 0 (JEDEC SPD). @return 0 when `length` is below 1. */
-uint16_t __crc16(const uint8_t *data, int32_t length);
+uint16_t __crc16(const uint8_t* data, int32_t length);
 /** @brief Low byte. */
 uint8_t __getlsb(uint16_t value);
 /** @brief High byte. */
@@ -750,60 +755,60 @@ uint8_t __getmsb(uint16_t value);
  * @brief Check the SPD checksum in bytes 126 and 127.
  * @return 1 right and equal to `*expected_crc`; 0 right but not equal; -1 wrong; -2 buffer too short
  */
-int check_spd_crc(const uint8_t *spd, uint32_t length, const int32_t *expected_crc);
+int check_spd_crc(const uint8_t* spd, uint32_t length, const int32_t* expected_crc);
 
 /** @brief Name of SPD byte 2. @return 0, or -1 with "UNKNOWN". */
-int translate_dimm_type(uint8_t type_code, const char **out_name);
+int translate_dimm_type(uint8_t type_code, const char** out_name);
 /** @brief Name of the module type; may be null for an NVDIMM. @return 0 or -1. */
-int parse_module_type(const uint8_t *spd, uint32_t length, const char **out_name);
+int parse_module_type(const uint8_t* spd, uint32_t length, const char** out_name);
 /** @brief Name of the DRAM's maker. @return 0, or -1 with `*out_name` untouched. */
-int parse_manufacturer_id(const uint8_t *spd, uint32_t length, const char **out_name);
+int parse_manufacturer_id(const uint8_t* spd, uint32_t length, const char** out_name);
 /** @brief Name of the module's maker. @return 0, or -1 with `*out_name` untouched. */
-int parse_vendor_manufacturer_id(const uint8_t *spd, uint32_t length, const char **out_name);
+int parse_vendor_manufacturer_id(const uint8_t* spd, uint32_t length, const char** out_name);
 /** @brief Id word of the module's maker. */
-void parse_vendor_mfg_id(const uint8_t *spd, uint32_t length, uint16_t *out_word);
+void parse_vendor_mfg_id(const uint8_t* spd, uint32_t length, uint16_t* out_word);
 /** @brief Product word of DDR4 and NVM images, otherwise 0. */
-void parse_vendor_product_id(const uint8_t *spd, uint32_t length, uint16_t *out_word);
+void parse_vendor_product_id(const uint8_t* spd, uint32_t length, uint16_t* out_word);
 /** @brief Print to standard error when `enabled` and `format` are set. @return characters printed. */
-int DBG_DIMM(int enabled, const char *format, ...) __attribute__((format(printf, 2, 3)));
+int DBG_DIMM(int enabled, const char* format, ...) __attribute__((format(printf, 2, 3)));
 /** @brief Dump a record to the system log. */
-void vpdd_print(const SpdInfo *record);
+void vpdd_print(const SpdInfo* record);
 
 extern const DimmTypeRow dimm_type_map[];
-extern const char *const dimm_module_type_table_ddr3[14];
-extern const char *const dimm_module_type_table_ddr4[14];
-extern const char *const dimm_module_type_table_ddr5[14];
-extern const char *const dimm_module_type_table_nvdm[14];
+extern const char* const dimm_module_type_table_ddr3[14];
+extern const char* const dimm_module_type_table_ddr4[14];
+extern const char* const dimm_module_type_table_ddr5[14];
+extern const char* const dimm_module_type_table_nvdm[14];
 extern const Jep106Row jep_106[1119];
 
 /** @brief Decode a DDR4 or DDR4-layout image. The record is not cleared first. @return 0, or -1 for a null pointer. */
-int vpdd_Handle_DDR4_SPD(const uint8_t *spd, SpdInfo *record);
+int vpdd_Handle_DDR4_SPD(const uint8_t* spd, SpdInfo* record);
 /** @brief Module size in MB, 0 for a wrong type. */
-uint32_t calculate_dimm_size(const uint8_t *spd);
+uint32_t calculate_dimm_size(const uint8_t* spd);
 /** @brief Flash capacity in GB. Prints to standard error. */
-uint32_t calculate_flashdimm_capacity(const uint8_t *spd);
+uint32_t calculate_flashdimm_capacity(const uint8_t* spd);
 /** @brief Fine timebase in ns (DDR3: ps). */
-float calculate_fine_timebase(const uint8_t *spd, uint32_t length);
+float calculate_fine_timebase(const uint8_t* spd, uint32_t length);
 /** @brief Medium timebase in ns. */
-float calculate_medium_timebase(const uint8_t *spd, uint32_t length);
+float calculate_medium_timebase(const uint8_t* spd, uint32_t length);
 /** @brief Minimum clock period in ns. */
-float calculate_sdram_clock(const uint8_t *spd, uint32_t length, float fine, float medium);
+float calculate_sdram_clock(const uint8_t* spd, uint32_t length, float fine, float medium);
 /** @brief DDR3 frequency text. @return 0, or -1 with a null text. */
-int translate_sdram_frequency(uint32_t mhz, const char **out_text);
+int translate_sdram_frequency(uint32_t mhz, const char** out_text);
 /** @brief DDR4 frequency text. @return 0, or -1 with a null text. */
-int translate_sdram_frequency_ddr4(uint32_t mhz, const char **out_text);
+int translate_sdram_frequency_ddr4(uint32_t mhz, const char** out_text);
 /** @brief Minimum CAS latency time in ns. */
-float calculate_cas_latency(const uint8_t *spd, uint32_t length, float fine, float medium);
+float calculate_cas_latency(const uint8_t* spd, uint32_t length, float fine, float medium);
 /** @brief Supported CAS latencies. The caller frees the text. @return 0, or -1 when the copy fails. */
-int parse_cas_supported_latencies(const uint8_t *spd, uint32_t length, char **out_text);
+int parse_cas_supported_latencies(const uint8_t* spd, uint32_t length, char** out_text);
 /** @brief Peak transfer rate in MB/s; 0 when `length` is below 127. */
-uint32_t calculate_dimm_speed_inmbspsec(const uint8_t *spd, uint32_t length);
+uint32_t calculate_dimm_speed_inmbspsec(const uint8_t* spd, uint32_t length);
 /** @brief Primary bus width in bits; 0 when `length` is below 127. */
-uint32_t get_dimm_bus_width(const uint8_t *spd, uint32_t length);
+uint32_t get_dimm_bus_width(const uint8_t* spd, uint32_t length);
 /** @brief ECC bits; 0 when `length` is below 127. */
-uint32_t get_dimm_eccbit(const uint8_t *spd, uint32_t length);
+uint32_t get_dimm_eccbit(const uint8_t* spd, uint32_t length);
 /** @brief Rank code (ranks - 1); 0 when `length` is below 127. */
-uint32_t get_dimm_ranks(const uint8_t *spd, uint32_t length);
+uint32_t get_dimm_ranks(const uint8_t* spd, uint32_t length);
 /** @brief Bus width in bytes of a width code; 0 for codes above 3. */
 uint32_t bus_width_inbytes(uint8_t code);
 
@@ -811,15 +816,15 @@ extern const DimmFrequencyRow dimm_freq_ddr4_table[];
 extern const DimmFrequencyRow dimm_frequency_table[];
 
 /** @brief Decode a DDR5 image. The record is not cleared first. @return 0, or -1 for a null pointer. */
-int vpdd_Handle_DDR5_SPD(const uint8_t *spd, SpdInfo *record);
+int vpdd_Handle_DDR5_SPD(const uint8_t* spd, SpdInfo* record);
 /** @brief Module size in GB. */
-int32_t calculate_dimm_ddr5_size(const uint8_t *spd, uint32_t length);
+int32_t calculate_dimm_ddr5_size(const uint8_t* spd, uint32_t length);
 /** @brief Data rate in MT/s, 0 when the image has no clock period. */
-int32_t get_ddr5_dimm_freq(const uint8_t *spd, uint32_t length);
+int32_t get_ddr5_dimm_freq(const uint8_t* spd, uint32_t length);
 /** @brief Supported CAS latencies. The caller frees the text. @return 1. */
-int get_cas_supported_latencies(const uint8_t *spd, uint32_t length, char **out_text);
+int get_cas_supported_latencies(const uint8_t* spd, uint32_t length, char** out_text);
 /** @brief Log the timing and the speed bin. */
-void calculate_tWRmin(const uint8_t *spd, uint32_t length);
+void calculate_tWRmin(const uint8_t* spd, uint32_t length);
 
 extern const CasLatencyMaskRow cas_latency_mask[36];
 
@@ -827,50 +832,50 @@ extern const CasLatencyMaskRow cas_latency_mask[36];
 
 /** One structure of the parsed SMBIOS table. */
 typedef struct SmbiosEntry {
-    const uint8_t *raw; /**< formatted area followed by its string set */
-    struct SmbiosEntry *next;
+    const uint8_t* raw; /**< formatted area followed by its string set */
+    struct SmbiosEntry* next;
 } SmbiosEntry;
 
 /** All structures of one type. */
 typedef struct SmbiosTypeGroup {
     uint8_t type;
     uint8_t count;
-    SmbiosEntry *entries;
-    struct SmbiosTypeGroup *next;
+    SmbiosEntry* entries;
+    struct SmbiosTypeGroup* next;
 } SmbiosTypeGroup;
 
 typedef struct SmbiosTable {
-    SmbiosTypeGroup *groups;
+    SmbiosTypeGroup* groups;
 } SmbiosTable;
 
 /** @brief Open the host's SMBIOS table; release it with vpdd_free_smbios_table(). @return 0 or -1. */
-int vpdd_load_smbios_table(SmbiosTable **table);
+int vpdd_load_smbios_table(SmbiosTable** table);
 /** @brief Release the table and clear the handle; a null handle is left alone. */
-void vpdd_free_smbios_table(SmbiosTable **table);
+void vpdd_free_smbios_table(SmbiosTable** table);
 /** @brief First group of a type, or null. */
-SmbiosTypeGroup *vpdd_get_the_smbios_info(SmbiosTable *table, uint8_t type);
+SmbiosTypeGroup* vpdd_get_the_smbios_info(SmbiosTable* table, uint8_t type);
 /**
  * @brief Copy a string of a type 17 structure: 0 Device Locator, 1 Bank Locator, 2 Manufacturer, 3 Serial Number,
  *        4 Asset Tag, 5 Part Number.
  * @param size room in `out`, terminator included
  * @return 0; -2 null entry or buffer; -3 not type 17; -4 no such string (`out` emptied); -5 string too long
  */
-int getStringFromDimmSmbiosEntry(const SmbiosEntry *entry, int index, char *out, uint32_t size);
+int getStringFromDimmSmbiosEntry(const SmbiosEntry* entry, int index, char* out, uint32_t size);
 /** @brief Type 17 entry whose serial number ends the FRU serial, or null. */
-SmbiosEntry *vpdd_get_the_smbios_dimm_info(SmbiosTypeGroup *group, const char *fru_serial);
+SmbiosEntry* vpdd_get_the_smbios_dimm_info(SmbiosTypeGroup* group, const char* fru_serial);
 /** @brief Type 17 entry whose locator's digits equal the slot number, or null. */
-SmbiosEntry *vpdd_get_the_smbios_dimm_info_by_device_locator(SmbiosTypeGroup *group, const char *slot);
+SmbiosEntry* vpdd_get_the_smbios_dimm_info_by_device_locator(SmbiosTypeGroup* group, const char* slot);
 /** @return 0; -2 bad argument; -3 no type 17 group or no match; -4 no serial string. */
-int vpdd_get_serial_num_from_smbios_by_serial_number(SmbiosTable *table, const char *fru_serial, char *out,
+int vpdd_get_serial_num_from_smbios_by_serial_number(SmbiosTable* table, const char* fru_serial, char* out,
                                                      uint32_t size);
 /** @brief Configured Memory Speed word. @return 0; -2 bad argument; -3 not found. */
-int vpdd_get_config_speed_from_smbios_by_serial_number(SmbiosTable *table, const char *fru_serial, uint32_t *speed);
+int vpdd_get_config_speed_from_smbios_by_serial_number(SmbiosTable* table, const char* fru_serial, uint32_t* speed);
 /** @brief Size (not decoded) and Speed words. @return 0; -2 bad argument; -3 not found. */
-int vpdd_get_size_speed_from_smbios_by_serial_number(SmbiosTable *table, const char *fru_serial, uint32_t *size,
-                                                     uint32_t *speed);
+int vpdd_get_size_speed_from_smbios_by_serial_number(SmbiosTable* table, const char* fru_serial, uint32_t* size,
+                                                     uint32_t* speed);
 /** @brief Size (not decoded) and Speed words by slot. @return 0; -2 bad argument; -3 not found. */
-int vpdd_get_size_speed_from_smbios_by_device_locator(SmbiosTable *table, const char *locator, uint32_t *size,
-                                                      uint32_t *speed);
+int vpdd_get_size_speed_from_smbios_by_device_locator(SmbiosTable* table, const char* locator, uint32_t* size,
+                                                      uint32_t* speed);
 
 /** Non-zero: the look-ups also log their debug messages. */
 extern int vpdd_smbios_debug;

@@ -30,7 +30,7 @@ public:
     /// `end` is the bound that fru_tlv2raw() takes. Where a buffer ends at `limit`, a field that does not lie wholly
     /// before it ends the walk undecoded.
     FieldWalk(const uint8_t* position, const uint8_t* end, const uint8_t* limit = nullptr)
-        : position_(position), end_(end), limit_(limit) {}
+        : position_(end != nullptr ? position : nullptr), end_(end), limit_(limit) {}
 
     WalkedField next() {
         WalkedField field;

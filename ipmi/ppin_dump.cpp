@@ -68,7 +68,7 @@ HeapBlock<uint8_t> take_ppin_dump(ComponentVpdRecord* record) {
 }  // namespace vpdd
 
 extern "C" int get_ppin_hexdump(ComponentVpdRecord* record, const uint8_t* end) {
-    vpdd::take_ppin_dump(record);
+    record->ppin_dump = 0;
     auto dump = vpdd::allocate_zeroed_bytes(vpdd::ppin_dump_size);
     if (dump != nullptr) {
         std::memcpy(dump.get(), end - (vpdd::ppin_dump_size - 1), vpdd::ppin_dump_size);

@@ -9,12 +9,12 @@
 extern "C" {
 #endif
 
-int tarn_config_get_int(const char *name, int32_t *value);
-int tarn_config_set_int(const char *name, int32_t value, int flag);
-int tarn_config_set_str(const char *name, const char *value, int flag);
+int tarn_config_get_int(const char* name, int32_t* value);
+int tarn_config_set_int(const char* name, int32_t value, int flag);
+int tarn_config_set_str(const char* name, const char* value, int flag);
 /** @param length strlen(value) */
-int tarn_config_set_str_n(const char *name, const char *value, uint32_t length, int flag);
-int tarn_event_type_occurred(int type, const char *name, int argument0, int argument1);
+int tarn_config_set_str_n(const char* name, const char* value, uint32_t length, int flag);
+int tarn_event_type_occurred(int type, const char* name, int argument0, int argument1);
 
 #ifdef __cplusplus
 }

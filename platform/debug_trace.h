@@ -8,7 +8,7 @@ extern "C" {
 #endif
 
 /** @brief Append a line to a trace file; level 2 marks progress, 4 failures. */
-int log_debug_log(const char *path, int level, const char *format, ...) __attribute__((format(printf, 3, 4)));
+int log_debug_log(const char* path, int level, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
 #ifdef __cplusplus
 }

@@ -15,16 +15,16 @@ extern "C" {
  * @param response_length out: bytes in `response`, completion code included
  * @return 0 when the request was carried out, non-zero when the stack failed
  */
-int IPMI_DoIPMICmd(uint8_t netfn, uint8_t cmd, const uint8_t *request, uint32_t request_length, uint8_t *response,
-                   int32_t *response_length);
+int IPMI_DoIPMICmd(uint8_t netfn, uint8_t cmd, const uint8_t* request, uint32_t request_length, uint8_t* response,
+                   int32_t* response_length);
 
 /**
  * @brief Send one raw frame: target address, NetFn, LUN, command, data.
  * @param response_length in: room in `response`; out: bytes returned
  * @return 0 on success
  */
-int send_ipmi_cmd(const uint8_t *raw_request, uint32_t *raw_request_length, uint8_t *response,
-                  uint32_t *response_length);
+int send_ipmi_cmd(const uint8_t* raw_request, uint32_t* raw_request_length, uint8_t* response,
+                  uint32_t* response_length);
 
 #ifdef __cplusplus
 }

@@ -9,11 +9,11 @@
 extern "C" {
 #endif
 
-int pm_sent_data(int fd, const void *data, uint32_t length);
-int pm_read_data(int fd, void *data, uint32_t length);
-int sw_msg_dispatcher(int message, void *payload, int32_t argument0, int32_t argument1);
+int pm_sent_data(int fd, const void* data, uint32_t length);
+int pm_read_data(int fd, void* data, uint32_t length);
+int sw_msg_dispatcher(int message, void* payload, int32_t argument0, int32_t argument1);
 /** @brief Run a shell command line. @return its status. */
-int proc_system(const char *command);
+int proc_system(const char* command);
 
 #ifdef __cplusplus
 }

@@ -17,8 +17,8 @@ extern "C" {
  * @param next_record_id out: 0xFFFF behind the last record
  * @return 0 on success
  */
-int mosk_sdr_get_entry(int repository, uint16_t record_id, uint32_t length, uint16_t *next_record_id,
-                       int32_t *bytes_read, uint8_t *buffer);
+int mosk_sdr_get_entry(int repository, uint16_t record_id, uint32_t length, uint16_t* next_record_id,
+                       int32_t* bytes_read, uint8_t* buffer);
 
 #ifdef __cplusplus
 }

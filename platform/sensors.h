@@ -15,7 +15,7 @@ extern "C" {
  * @param buffer_size room in `buffer` in bytes
  * @return 0 on success
  */
-int GetAllSensorInfoByType(uint32_t *size, uint32_t buffer_size, const uint8_t *sensor_type, void *buffer);
+int GetAllSensorInfoByType(uint32_t* size, uint32_t buffer_size, const uint8_t* sensor_type, void* buffer);
 
 #ifdef __cplusplus
 }

@@ -10,8 +10,8 @@ extern "C" {
 #endif
 
 /** @brief Parse a stored table into lists of structures by type. @return 0 on success. */
-int smbt_init(SmbiosTable **table, int flags, const char *name, const char *directory);
-int smbt_release(SmbiosTable *table);
+int smbt_init(SmbiosTable** table, int flags, const char* name, const char* directory);
+int smbt_release(SmbiosTable* table);
 
 #ifdef __cplusplus
 }

@@ -316,7 +316,7 @@ bool poll_all(StatusPass& pass) {
         ComponentVpdNode* const next = node->next;
         pass.poll(node->record);
         if (next != nullptr && vpdd::vpd_cache_status != vpdd::cache_created) {
-            vpdd::log_cache_not_created(status_name, __LINE__);
+            vpdd::log_cache_not_created(status_name, __LINE__, "\n");
             return false;
         }
         node = next;
@@ -328,7 +328,7 @@ bool poll_all(StatusPass& pass) {
 
 extern "C" int UpdateComponentStatus(int mode) {
     if (vpdd::vpd_cache_status != vpdd::cache_created) {
-        vpdd::log_cache_not_created(__func__, __LINE__);
+        vpdd::log_cache_not_created(__func__, __LINE__, "\n");
         return not_created_at_entry;
     }
     if (!ensure_log_exists()) return log_not_created;
