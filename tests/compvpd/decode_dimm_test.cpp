@@ -1,10 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Memory modules in the creation run: which image takes which path, the cross-check with SMBIOS, and the DDR5 dump.
-#include <memory>
-
-#include "cache_fixture.h"
-#include "host/images/smbios_image.h"
-#include "host/images/spd_image.h"
+#include "module_fixture.h"
 #include "own_process.h"
 
 using namespace vpdd::test;
@@ -21,29 +17,14 @@ using vpdd::images::Ddr4Image;
 using vpdd::images::Ddr5Image;
 using vpdd::images::FruImage;
 using vpdd::images::FruLocator;
-using vpdd::images::MemoryDeviceImage;
-using vpdd::images::ParsedSmbiosTable;
-using vpdd::images::SmbiosImage;
 
 namespace {
-
-constexpr uint8_t ddr5_bytes_256 = 0x10, ddr5_bytes_512 = 0x20, ddr5_bytes_1024 = 0x30, ddr5_bytes_unknown = 0x40;
-
-FruLocator module(uint8_t fru_id, std::string_view name) {
-    return FruLocator(fru_id, name).modifier(dimm).entity(memory_device, fru_id);
-}
-
-Bytes ddr3() { return Ddr3Image().serial(0x12AB00FF).made(2015, 23).seal().build(); }
-Bytes ddr4() { return Ddr4Image().serial(0x12345678).made(2019, 42).seal().build(); }
-Bytes ddr5(uint8_t size_byte = ddr5_bytes_1024) {
-    return Ddr5Image().serial(0xDEADBEEF).made(2023, 8).byte(0, size_byte).seal().build();
-}
 
 std::string error_line(const std::string& text) {
     return formatted("pid = %d, CreateComponentVPDCache - ERROR:", getpid()) + text;
 }
 
-class DimmTest : public ComponentCacheTest {
+class DimmTest : public ModuleCacheTest {
 protected:
     DimmTest() { platform.fru(0, FruImage().build()); }
 
@@ -61,20 +42,6 @@ protected:
     ComponentVpdRecord decoded(const Bytes& image) {
         create_modules({image});
         return records().at(0);
-    }
-
-    /// A table with one memory device.
-    void smbios(const char* locator, const char* serial) {
-        smbios(SmbiosImage().memory_device(MemoryDeviceImage()
-                                               .device_locator(locator)
-                                               .serial_number(serial)
-                                               .size(0x4321)
-                                               .speed(2666)
-                                               .configured_memory_speed(2400)));
-    }
-    void smbios(const SmbiosImage& image) {
-        table_ = std::make_unique<ParsedSmbiosTable>(image.table());
-        platform.smbios(table_->get());
     }
 
     std::vector<std::string> dump_lines() const {
@@ -103,12 +70,7 @@ protected:
         return heads;
     }
 
-    SmbiosTable* table() const { return table_->get(); }
-
     int result = 77;
-
-private:
-    std::unique_ptr<ParsedSmbiosTable> table_;
 };
 
 void expect_no_module(const ComponentVpdRecord& record) {
@@ -511,13 +473,11 @@ protected:
         }
         return records().at(0);
     }
-    static bool is_cleared(const ComponentVpdRecord& record) {
-        const SpdInfo empty{};
-        return std::memcmp(&record.spd_info, &empty, sizeof empty) == 0;
-    }
 };
 
-TEST_F(UnreadableModuleTest, IsClearedWhenItIsNotPresent) { EXPECT_TRUE(is_cleared(after_failure(ddr4(), 0, 0xCB))); }
+TEST_F(UnreadableModuleTest, IsClearedWhenItIsNotPresent) {
+    EXPECT_TRUE(is_cleared(after_failure(ddr4(), 0, 0xCB).spd_info));
+}
 
 TEST_F(UnreadableModuleTest, KeepsItsInformationWhenTheFirstChunkFailsOtherwise) {
     EXPECT_STREQ(after_failure(ddr4(), 0, 0xC3).spd_info.device_type, "DDR4");
@@ -528,7 +488,7 @@ TEST_F(UnreadableModuleTest, KeepsItsInformationWhenALaterChunkIsNotPresent) {
 }
 
 TEST_F(UnreadableModuleTest, IsClearedWhenALaterChunkFailsBehindAByte0OfCb) {
-    EXPECT_TRUE(is_cleared(after_failure(Ddr4Image().byte(0, 0xCB).seal().build(), 128, 0xC3)));
+    EXPECT_TRUE(is_cleared(after_failure(Ddr4Image().byte(0, 0xCB).seal().build(), 128, 0xC3).spd_info));
 }
 
 TEST_F(DimmTest, AnUnreadableModuleIsPassedOverWithoutAMessage) {
