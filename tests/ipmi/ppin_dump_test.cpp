@@ -56,15 +56,6 @@ TEST_F(PpinDump, IsFreedWithItsNode) {
     EXPECT_EQ(watch.live_blocks(), 0U);
 }
 
-TEST_F(PpinDump, ReplacesAnEarlierOne) {
-    if (!allocator_can_fail) GTEST_SKIP() << "the sanitizer owns malloc";
-    const AllocationWatch watch;
-    dump();
-    const std::size_t blocks_of_one = watch.live_blocks();
-    dump();
-    EXPECT_EQ(watch.live_blocks(), blocks_of_one);
-}
-
 TEST_F(PpinDump, IsNullWhenAnAllocationFails) {
     if (!allocator_can_fail) GTEST_SKIP() << "the sanitizer owns malloc";
     for (std::size_t failing = 1;; ++failing) {
