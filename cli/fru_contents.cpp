@@ -47,7 +47,7 @@ constexpr uint8_t end_of_list = 0x80;
 constexpr uint8_t oem_processor_type = 0xC0;
 
 // An area begins at most 255 units into the image, is at most 255 units long and ends with a field of at most 63 bytes.
-constexpr std::size_t padding = 2 * 255 * unit + 64;
+constexpr std::size_t padding = std::size_t{2} * 255 * unit + 64;
 
 using FieldNames = std::span<const char* const>;
 constexpr auto chassis_fields = std::to_array<const char*>({"PartNumber", "SerialNumber"});

@@ -75,7 +75,7 @@ inline constexpr std::size_t fru_common_header_size = 8;
 bool looks_like_fru(std::span<const uint8_t> image);
 
 /// Takes an image of at least 8 bytes apart, as far as it goes.
-FruContents take_apart(std::span<const uint8_t> image);
+FruContents take_apart(std::span<const uint8_t> bytes);
 
 /// The value of the field with this name, empty without one.
 std::string field_value(const FruArea& area, const std::string& name);

@@ -14,7 +14,7 @@ namespace vpdd::cli {
 
 namespace {
 
-constexpr std::size_t largest_image = 64 * 1024;
+constexpr std::size_t largest_image = std::size_t{64} * 1024;
 
 int hex_digit(char character) {
     if (character >= '0' && character <= '9') return character - '0';

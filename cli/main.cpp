@@ -38,9 +38,41 @@ int report(ExitCode code, const char* reason) {
     return exit_with(code);
 }
 
-int run(const Runner& runner) {
+std::string usage_text(const std::string& mistake) {
+    return "vpdctl: " + displayable(mistake) + "\nTry 'vpdctl --help'.\n";
+}
+
+std::string parse_failure(const CLI::App* /*app*/, const CLI::Error& error) { return usage_text(error.what()); }
+
+ExitCode parse_and_run(int count, char** arguments) {
+    CLI::App app(description, "vpdctl");
+    app.set_version_flag("--version", std::string("vpdctl ") + VPDCTL_VERSION);
+    app.footer(footer);
+    app.require_subcommand(0, 1);
+    app.get_formatter()->label("SUBCOMMAND", "COMMAND");
+    app.failure_message(parse_failure);
+
+    std::map<const CLI::App*, Runner> runners;
+    for (const Command& command : commands()) {
+        CLI::App* verb = app.add_subcommand(command.name, command.summary)->group("Commands");
+        verb->footer(command.details);
+        runners[verb] = command.declare(*verb);
+    }
     try {
-        const ExitCode code = runner();
+        app.parse(count, arguments);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? ExitCode::ok : ExitCode::usage;
+    }
+    if (app.get_subcommands().empty()) {
+        std::cerr << usage_text("a command is missing");
+        return ExitCode::usage;
+    }
+    return runners.at(app.get_subcommands().front())();
+}
+
+int run(int count, char** arguments) {
+    try {
+        const ExitCode code = parse_and_run(count, arguments);
         std::cout.flush();
         if (!std::cout) return report(ExitCode::failure, "cannot write the output");
         return exit_with(code);
@@ -51,38 +83,11 @@ int run(const Runner& runner) {
     }
 }
 
-std::string usage_error(const CLI::App* /*app*/, const CLI::Error& error) {
-    return "vpdctl: " + displayable(error.what()) + "\nTry 'vpdctl --help'.\n";
-}
-
-int parse_and_run(int count, char** arguments) {
-    CLI::App app(description, "vpdctl");
-    app.set_version_flag("--version", std::string("vpdctl ") + VPDCTL_VERSION);
-    app.footer(footer);
-    app.require_subcommand(1);
-    app.get_formatter()->label("SUBCOMMAND", "COMMAND");
-    app.get_formatter()->label("Subcommands", "Commands");
-    app.failure_message(usage_error);
-
-    std::map<const CLI::App*, Runner> runners;
-    for (const Command& command : commands()) {
-        CLI::App* verb = app.add_subcommand(command.name, command.summary);
-        verb->footer(command.details);
-        runners[verb] = command.declare(*verb);
-    }
-    try {
-        app.parse(count, arguments);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? exit_with(ExitCode::ok) : exit_with(ExitCode::usage);
-    }
-    return run(runners.at(app.get_subcommands().front()));
-}
-
 }  // namespace
 
 }  // namespace vpdd::cli
 
 int main(int count, char** arguments) {
     vpdd::cli::use_utf8_text();
-    return vpdd::cli::parse_and_run(count, arguments);
+    return vpdd::cli::run(count, arguments);
 }

@@ -123,6 +123,7 @@ void Table::print_row(std::ostream& out, const Block& block, const std::vector<s
     }
     for (std::size_t line = 0; line < lines; ++line) {
         std::vector<std::string> cells;
+        cells.reserve(parts.size());
         for (const std::vector<std::string>& part : parts) cells.push_back(line < part.size() ? part[line] : "");
         out << line_of(block, widths, cells) << '\n';
     }
