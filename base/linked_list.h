@@ -49,13 +49,22 @@ void remove_and_free(List* list, Node* node) {
     std::free(node);
 }
 
+/// Frees every node; the list is empty afterwards.
+template <class List>
+void free_nodes(List& list) {
+    for (auto* node = list.head; node != nullptr;) {
+        auto* const next = node->next;
+        std::free(node);
+        node = next;
+    }
+    list.head = list.tail = nullptr;
+}
+
 /// A list whose nodes are freed with it.
 template <class List>
 struct OwnedList : List {
     OwnedList() : List{} {}
-    ~OwnedList() {
-        while (this->head != nullptr) remove_and_free<List>(this, this->head);
-    }
+    ~OwnedList() { free_nodes<List>(*this); }
     OwnedList(const OwnedList&) = delete;
     OwnedList& operator=(const OwnedList&) = delete;
 

@@ -135,7 +135,7 @@ void publish_counts(const ComponentCounts& counts) {
     set_count("tarn_var_num_of_ps_in_sys", counts.power_supplies);
     set_count("tarn_var_num_of_drive_bp_in_sys", counts.drive_backplanes);
 
-    const int stored = std::min<int>(counts.drive_backplanes, counts.drive_backplane_fru_ids.size());
+    const int stored = std::min(counts.drive_backplanes, static_cast<int>(counts.drive_backplane_fru_ids.size()));
     for (int i = 0; i < stored; ++i) {
         char name[64];
         std::snprintf(name, sizeof name, "Tarn_Var_Drive_Backplane_%d_FRU_Num", i);

@@ -12,7 +12,7 @@ extern "C" const char fru_bcd_array[17] = "0123456789 -.???";
 namespace {
 
 constexpr uint8_t end_of_fields = 0xC1;
-constexpr uint32_t area_unit = 8;  // area offsets count multiples of 8 bytes
+constexpr std::size_t area_unit = 8;  // area offsets count multiples of 8 bytes
 
 /// The area at an offset byte of the common header, null outside its accepted range.
 const uint8_t* area_at(const uint8_t* image, uint8_t offset, uint8_t highest) {

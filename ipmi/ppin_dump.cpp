@@ -41,6 +41,7 @@ uint32_t keep(vpdd::HeapBlock<uint8_t> dump) {
 
 vpdd::HeapBlock<uint8_t> fetch(uint32_t word) {
     if constexpr (pointer_fits) {
+        // NOLINTNEXTLINE(performance-no-int-to-ptr): the word is the pointer
         return vpdd::HeapBlock<uint8_t>(reinterpret_cast<uint8_t*>(static_cast<uintptr_t>(word)));
     } else {
         const vpdd::ScopedLock lock(out_of_line_mutex);

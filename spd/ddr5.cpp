@@ -198,9 +198,11 @@ extern "C" int get_cas_supported_latencies(const uint8_t* spd, uint32_t, char** 
     const uint8_t* const bytes = spd + ddr5::cas_latencies;
     LatencyList latencies;
     // Deliberate: bit by bit through all bytes, so the list is not sorted.
-    for (unsigned bit = 0; bit < 8; ++bit)
-        for (unsigned byte = 0; byte < latency_byte_count; ++byte)
+    for (unsigned bit = 0; bit < 8; ++bit) {
+        for (unsigned byte = 0; byte < latency_byte_count; ++byte) {
             if (bits(bytes[byte], bit, 1) != 0) latencies.append(first_latency + 2 * bit + 16 * byte);
+        }
+    }
 
     log_text(log_emergency, "ddr5_cl_supported_string:[%s]", latencies.c_str());
     *out_text = latencies.duplicate();

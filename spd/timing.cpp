@@ -231,9 +231,11 @@ extern "C" float calculate_cas_latency(const uint8_t* spd, uint32_t, float fine,
 
 extern "C" int parse_cas_supported_latencies(const uint8_t* spd, uint32_t, char** out_text) {
     LatencyList latencies;
-    for (const auto& [byte, bit_count, first] : latency_bytes_of(spd))
-        for (unsigned bit = 0; bit < bit_count; ++bit)
+    for (const auto& [byte, bit_count, first] : latency_bytes_of(spd)) {
+        for (unsigned bit = 0; bit < bit_count; ++bit) {
             if (bits(spd[byte], bit, 1) != 0) latencies.append(first + bit);
+        }
+    }
 
     *out_text = latencies.duplicate();
     if (*out_text == nullptr) return -1;

@@ -26,7 +26,7 @@ int release(const char* function, List** handle) {
     if (handle == nullptr || *handle == nullptr) return -1;
     const HeapBlock<List> list(*handle);
     *handle = nullptr;
-    while (list->head != nullptr) remove_and_free(list.get(), list->head);
+    free_nodes(*list);
     std::printf("--> vpdd:%s - Delete log buffer %p\n", function, static_cast<void*>(list.get()));
     return 0;
 }
