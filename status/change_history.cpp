@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 
 #include <atomic>
+#include <cinttypes>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -31,11 +32,11 @@ void fill_time_texts(int64_t timestamp, ChangeHistoryRecord& out) {
     const auto seconds = static_cast<time_t>(timestamp);
     tm local{};
     if (localtime_r(&seconds, &local) == nullptr) return;
-    const int year = local.tm_year + 1900;
-    std::snprintf(out.time_text, sizeof out.time_text, "%02d/%02d/%d,%02d:%02d:%02d", local.tm_mon + 1, local.tm_mday,
-                  year, local.tm_hour, local.tm_min, local.tm_sec);
-    std::snprintf(out.time_iso, sizeof out.time_iso, "%d-%02d-%02dT%02d:%02d", year, local.tm_mon + 1, local.tm_mday,
-                  local.tm_hour, local.tm_min);
+    const int64_t year = int64_t{local.tm_year} + 1900;  // a damaged entry's year may not fit an int
+    std::snprintf(out.time_text, sizeof out.time_text, "%02d/%02d/%" PRId64 ",%02d:%02d:%02d", local.tm_mon + 1,
+                  local.tm_mday, year, local.tm_hour, local.tm_min, local.tm_sec);
+    std::snprintf(out.time_iso, sizeof out.time_iso, "%" PRId64 "-%02d-%02dT%02d:%02d", year, local.tm_mon + 1,
+                  local.tm_mday, local.tm_hour, local.tm_min);
 }
 
 template <std::size_t ToSize, class Element, std::size_t FromSize>
