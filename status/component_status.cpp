@@ -310,6 +310,12 @@ bool ensure_log_exists() {
     return false;
 }
 
+/// Under the mutex, so that the rewrite of another thread's pass is not taken for one that was cut short.
+void finish_cut_rewrite() {
+    const vpdd::ScopedLock lock(compvpd_access_mutex);
+    vpdd::recover_cut_rewrite();
+}
+
 /// False when the cache went away during the pass.
 bool poll_all(StatusPass& pass) {
     for (ComponentVpdNode* node = vpdd::component_vpd_list.head; node != nullptr;) {
@@ -332,7 +338,7 @@ extern "C" int UpdateComponentStatus(int mode) {
         return not_created_at_entry;
     }
     if (!ensure_log_exists()) return log_not_created;
-    if (mode == restore_mode) vpdd::recover_cut_rewrite();
+    if (mode == restore_mode) finish_cut_rewrite();
 
     vpdd::LoadedLog log;
     log_inventory(&log);
