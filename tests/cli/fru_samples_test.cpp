@@ -102,10 +102,10 @@ int64_t minutes_of(const std::string& text) {
 class IpmiFru : public testing::TestWithParam<fs::path> {
 protected:
     const fs::path image_ = GetParam();
-    const Json json_ = vpdctl_json({"fru", image_});
+    Json json_ = vpdctl_json({"fru", image_});
     const std::vector<Block> report_ = report_of(image_);
 
-    void expect_area(const std::string& area) const {
+    void expect_area(const std::string& area) {
         for (const Block& block : blocks_of(report_, area)) {
             std::vector<std::string> custom;
             for (const auto& [label, value] : block) expect_line(area, label, value, custom);
@@ -115,7 +115,7 @@ protected:
 
 private:
     void expect_line(const std::string& area, const std::string& label, const std::string& value,
-                     std::vector<std::string>& custom) const {
+                     std::vector<std::string>& custom) {
         const std::string name = label.rfind(area + ' ', 0) == 0 ? label.substr(area.size() + 1) : label;
         if (name == "Custom Info") {
             custom.push_back(plain_hex(value));

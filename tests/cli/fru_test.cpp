@@ -51,7 +51,7 @@ TEST(Fru, ShowsEveryAreaWithItsFields) {
                                     .custom = {"P-1", "P-2"}})
                           .build());
 
-    const Json json = shown.json();
+    Json json = shown.json();
 
     EXPECT_EQ(shown.code(), exit_ok);
     EXPECT_EQ(json["Header"]["FormatVersion"], 1);
@@ -137,7 +137,7 @@ TEST(Fru, ShowsUtf8AsItStands) {
 TEST(Fru, ReadsTextThatIsNotUtf8AsLatin1AndKeepsItsBytes) {
     const Shown shown(FruImage().board({.manufacturer = "M\xfcller"}).build());
 
-    const Json field = shown.json()["Board"]["Fields"][0];
+    Json field = shown.json()["Board"]["Fields"][0];
 
     EXPECT_EQ(field["Value"], "Müller");
     EXPECT_EQ(field["Hex"], "4D FC 6C 6C 65 72");
@@ -146,7 +146,7 @@ TEST(Fru, ReadsTextThatIsNotUtf8AsLatin1AndKeepsItsBytes) {
 TEST(Fru, ShowsBinaryFieldsInHexadecimal) {
     const Shown shown(FruImage().board({.custom = {Field::binary({0x00, 0x43, 0xFF})}}).build());
 
-    const Json json = shown.json();
+    Json json = shown.json();
 
     EXPECT_THAT(json["Board"]["CustomFields"], ElementsAre("00 43 FF"));
     EXPECT_EQ(json["Board"]["Fields"][5]["Encoding"], "Binary");
@@ -155,7 +155,7 @@ TEST(Fru, ShowsBinaryFieldsInHexadecimal) {
 TEST(Fru, ReadsBcdPlusAsTheStandardDoesAndTellsWhatTheLibrarySays) {
     const Shown shown(FruImage().board({.serial = Field::bcd_plus({0x12, 0x0B, 0xC4})}).build());
 
-    const Json field = shown.json()["Board"]["Fields"][2];
+    Json field = shown.json()["Board"]["Fields"][2];
 
     EXPECT_EQ(field["Encoding"], "BcdPlus");
     EXPECT_EQ(field["Value"], "120-.4");
@@ -167,7 +167,7 @@ TEST(Fru, ReadsSixBitTextAsTheStandardDoesAndTellsWhatTheLibrarySays) {
     // The example of the standard: "IPMI" packs into 29 DC A6.
     const Shown shown(FruImage().board({.product = Field::raw(0x83, {0x29, 0xDC, 0xA6})}).build());
 
-    const Json field = shown.json()["Board"]["Fields"][1];
+    Json field = shown.json()["Board"]["Fields"][1];
 
     EXPECT_EQ(field["Encoding"], "SixBitAscii");
     EXPECT_EQ(field["Value"], "IPMI");
@@ -178,7 +178,7 @@ TEST(Fru, WrongAreaChecksumDoesNotRefuseTheArea) {
     const Shown shown(
         FruImage().board({.manufacturer = "ACME", .end = AreaEnd{.checksum = 0x5A}}).product({.name = "Box"}).build());
 
-    const Json json = shown.json();
+    Json json = shown.json();
 
     EXPECT_EQ(shown.code(), exit_incomplete);
     EXPECT_EQ(json["Board"]["Checksum"], "Bad");
@@ -209,7 +209,7 @@ TEST(Fru, CutImageShowsWhatIsThere) {
     image.resize(8 + 6 + 1 + 12 + 1 + 4);  // header, board area up to its fields, first field, half of the second
 
     const Shown shown(image);
-    const Json json = shown.json();
+    Json json = shown.json();
 
     EXPECT_EQ(shown.code(), exit_incomplete);
     EXPECT_EQ(json["Board"]["Checksum"], "Truncated");
@@ -262,7 +262,7 @@ TEST(Fru, AreaWithoutAnEndMarkIsReported) {
 TEST(Fru, AreaBeyondTheLibrarysLimitIsShownAndMarked) {
     const Shown shown(FruImage().board({.manufacturer = "ACME"}).area_offset(FruArea::board, 33).build());
 
-    const Json json = shown.json();
+    Json json = shown.json();
 
     EXPECT_EQ(shown.code(), exit_ok);
     EXPECT_EQ(json["Board"]["Manufacturer"], "ACME");
@@ -277,7 +277,7 @@ TEST(Fru, ListsMultirecordsWithTheirChecksums) {
                           .multirecord({.type = 0xC5, .data = {0x57, 0x01, 0x00, 0xAB}})
                           .build());
 
-    const Json records = shown.json()["Multirecords"];
+    Json records = shown.json()["Multirecords"];
 
     EXPECT_EQ(shown.code(), exit_incomplete);
     ASSERT_EQ(records.size(), 3U);
@@ -313,7 +313,7 @@ TEST(Fru, DecodesTheOemProcessorRecord) {
     processor.texts[3] = "128";
     const Shown shown(FruImage().multirecord(images::OemProcessor::record_type, processor.data()).build());
 
-    const Json record = shown.json()["Multirecords"][0]["OemProcessorRecord"];
+    Json record = shown.json()["Multirecords"][0]["OemProcessorRecord"];
 
     EXPECT_EQ(record["Index"], 7);
     EXPECT_EQ(record["Texts"][0], "Turbo CPU");

@@ -80,10 +80,10 @@ const Json* checksum_of(const Json& json, const std::string& covers) {
 class DecodeDimms : public testing::TestWithParam<fs::path> {
 protected:
     const fs::path image_ = GetParam();
-    const Json json_ = vpdctl_json({"spd", image_});
+    Json json_ = vpdctl_json({"spd", image_});
     Values report_ = decode_dimms_report(image_);
 
-    void expect(const std::string& property, const std::string& value) const {
+    void expect(const std::string& property, const std::string& value) {
         EXPECT_EQ(text_of(json_[property]), expected(image_, property, value)) << property;
     }
 };
@@ -184,7 +184,7 @@ std::string without_quotes(const std::string& text) { return text.substr(1, text
 class Ddr5Facts : public testing::TestWithParam<fs::path> {
 protected:
     const fs::path image_ = GetParam();
-    const Json json_ = vpdctl_json({"spd", image_});
+    Json json_ = vpdctl_json({"spd", image_});
     Values facts_ = facts_of(image_);
 };
 
@@ -252,7 +252,7 @@ class PublisherReport : public testing::TestWithParam<fs::path> {};
 
 TEST_P(PublisherReport, Agrees) {
     const fs::path image = GetParam();
-    const Json json = vpdctl_json({"spd", image});
+    Json json = vpdctl_json({"spd", image});
     Values report = publisher_report(image);
 
     EXPECT_EQ(json["Manufacturer"], report["Manufacturer"]);

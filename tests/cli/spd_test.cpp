@@ -55,7 +55,7 @@ TEST(Spd, ShowsADdr4Module) {
     // 2 ranks x 64 bit / 4 bit x 16 Gbit = 64 GiB.
     const Shown shown(ddr4_module().seal().build());
 
-    const Json json = shown.json();
+    Json json = shown.json();
 
     EXPECT_EQ(shown.code(), exit_ok);
     EXPECT_EQ(json["Manufacturer"], "Samsung");
@@ -86,7 +86,7 @@ TEST(Spd, TextHasSizesInGibibytesAndRanksAsACount) {
 }
 
 TEST(Spd, RawRecordKeepsTheRankCodeOfDdr4AndTheWholeSerialNumber) {
-    const Json record = Shown(ddr4_module().seal().build()).json()["Record"];
+    Json record = Shown(ddr4_module().seal().build()).json()["Record"];
 
     EXPECT_EQ(record["module_ranks"], 1);
     EXPECT_EQ(record["serial_number"], "80CE012350059E7884");
@@ -111,7 +111,7 @@ TEST(Spd, ShowsADdr5Module) {
                           .seal()
                           .build());
 
-    const Json json = shown.json();
+    Json json = shown.json();
 
     EXPECT_EQ(shown.code(), exit_ok);
     EXPECT_EQ(json["MemoryDeviceType"], "DDR5");
@@ -146,7 +146,7 @@ TEST(Spd, ShowsADdr3ModuleWithWhatTheCacheLeavesOut) {
     // 2 ranks x 64 bit / 8 bit x 4 Gbit = 8 GiB. The cache keeps neither ranks nor width of DDR3.
     const Shown shown(ddr3_module().seal().build());
 
-    const Json json = shown.json();
+    Json json = shown.json();
 
     EXPECT_EQ(shown.code(), exit_ok);
     EXPECT_EQ(json["MemoryDeviceType"], "DDR3");
@@ -169,7 +169,7 @@ TEST(Spd, Ddr3RankCode4StandsFor8Ranks) {
 TEST(Spd, WrongChecksumOfDdr4IsReportedAndTheModuleShown) {
     const Shown shown(ddr4_module().seal().byte(126, 0x00).byte(127, 0x00).build());
 
-    const Json json = shown.json();
+    Json json = shown.json();
 
     EXPECT_EQ(shown.code(), exit_incomplete);
     EXPECT_EQ(json["CheckSpdCrc"], -1);
@@ -182,7 +182,7 @@ TEST(Spd, WrongChecksumOfDdr4IsReportedAndTheModuleShown) {
 TEST(Spd, WrongChecksumOfDdr3WhichTheCacheRefusesIsReportedAndTheModuleShown) {
     const Shown shown(ddr3_module().seal().byte(126, 0x12).byte(127, 0x34).build());
 
-    const Json json = shown.json();
+    Json json = shown.json();
 
     EXPECT_EQ(shown.code(), exit_incomplete);
     EXPECT_EQ(json["Checksums"][0]["State"], "Bad");
@@ -203,7 +203,7 @@ TEST(Spd, ShortImageShowsWhatIsThere) {
     image.resize(128);
 
     const Shown shown(image);
-    const Json json = shown.json();
+    Json json = shown.json();
 
     EXPECT_EQ(shown.code(), exit_incomplete);
     EXPECT_EQ(json["CapacityMiB"], 65536);
@@ -284,7 +284,7 @@ TEST(Spd, AcceptsAHexDump) {
     dump += "00000200\n";
     const ScratchFolder folder;
 
-    const Json json = vpdctl_json({"spd", folder.file("dump", dump)});
+    Json json = vpdctl_json({"spd", folder.file("dump", dump)});
 
     EXPECT_EQ(json["SizeBytes"], 512);
     EXPECT_EQ(json["SerialNumber"], "059E7884");
