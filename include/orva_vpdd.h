@@ -17,7 +17,8 @@
  * records stand in the processor's byte order (little-endian on every supported target).
  *
  * Threads. Functions over caller buffers may run on any thread at once. Functions that use shared state say which mutex
- * guards it. Lock order: an outer "readonly" mutex before `compvpd_access_mutex`, `g_list_access_mutex` only inside it.
+ * guards it. Only vpd_sysvpd_changed_notify_callback() may be cancelled. Lock order: an outer "readonly" mutex before
+ * `compvpd_access_mutex`, `g_list_access_mutex` only inside it.
  *
  * Layout. Records have the same layout on 32-bit ARM and on 64-bit Linux; only structures that hold pointers differ.
  */
@@ -742,7 +743,11 @@ typedef struct CasLatencyMaskRow {
     char key[16];
 } CasLatencyMaskRow;
 
-/* An SPD image handed to a decoder holds at least 512 bytes for DDR3 and DDR4 and 1024 bytes for DDR5. */
+/*
+ * An SPD image handed to a decoder holds at least 1024 bytes, whatever its generation: what the image says of itself decides
+ * which bytes are read. check_spd_crc() reads at most 128 bytes. The decoders do not look at their length argument unless
+ * it says so.
+ */
 
 /** @brief CRC-16, polynomial 0x1021, initial value 0 (JEDEC SPD). @return 0 when `length` is below 1. */
 uint16_t __crc16(const uint8_t* data, int32_t length);
