@@ -744,9 +744,9 @@ typedef struct CasLatencyMaskRow {
 } CasLatencyMaskRow;
 
 /*
- * An SPD image handed to a decoder holds at least 1024 bytes, whatever its generation: what the image says of itself decides
- * which bytes are read. check_spd_crc() reads at most 128 bytes. The decoders do not look at their length argument unless
- * it says so.
+ * An SPD image handed to a decoder holds at least 1024 bytes, whatever its generation: what the image says of itself
+ * decides which bytes are read. check_spd_crc() reads at most 128 bytes. The decoders do not look at their length
+ * argument unless it says so.
  */
 
 /** @brief CRC-16, polynomial 0x1021, initial value 0 (JEDEC SPD). @return 0 when `length` is below 1. */
