@@ -127,6 +127,8 @@ bool LogRewrite::end() {
     return is_on_device;
 }
 
+bool rewrite_was_cut() { return backup_exists(); }
+
 void recover_cut_rewrite() {
     if (!backup_exists()) return;
     const bool backup_has_more = count_valid_entries(backup_path) > count_valid_entries(activity_log);

@@ -41,6 +41,9 @@ private:
     int lock_ = -1;
 };
 
+/// Whether a backup is left from a rewrite that did not come to its end.
+bool rewrite_was_cut();
+
 /// Finishes a rewrite that a loss of power cut short: keeps whichever of log and backup has more valid entries.
 void recover_cut_rewrite();
 

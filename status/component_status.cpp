@@ -338,7 +338,7 @@ extern "C" int UpdateComponentStatus(int mode) {
         return not_created_at_entry;
     }
     if (!ensure_log_exists()) return log_not_created;
-    if (mode == restore_mode) finish_cut_rewrite();
+    if (mode == restore_mode && vpdd::rewrite_was_cut()) finish_cut_rewrite();
 
     vpdd::LoadedLog log;
     log_inventory(&log);
