@@ -599,6 +599,21 @@ TEST_F(PpinTest, IsTheWholeImageOfNineBytes) {
     EXPECT_EQ(ppin_of({' ', 0x02, 0, 0, 0x01, 0, 0, 0, 'x'}), "") << "a blank and a control character are trimmed";
 }
 
+TEST_F(PpinTest, IsTakenBeforeTheFieldsOfTheProduct) {
+    Bytes image = FruImage().product({.part = "model"}).padded_to(128).build();
+    std::fill(image.end() - 9, image.end(), 'x');
+    create_cache({{5, image, processor}});
+    const ComponentVpdRecord* const record = cached(5);
+    std::string at_publication;
+    platform.configuration_write.during([&](const ConfigurationWrite& write) {
+        if (write.name == "TARN_STR_PART_NUM_05") at_publication = record->ppin;
+    });
+
+    UpdateComponentVPDCache();
+
+    EXPECT_EQ(at_publication, "xxxxxxxxx");
+}
+
 TEST_F(PpinTest, IsNotTakenByACreation) {
     create_cache({{5, product_with_tail("123456789"), processor}});
 
