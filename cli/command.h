@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <span>
+#include <stdexcept>
 
 #include "cli/exit_code.h"
 
@@ -12,6 +13,12 @@ class App;
 }
 
 namespace vpdd::cli {
+
+/// The arguments ask for what cannot be done; the text says why.
+class WrongUsage : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
 using Runner = std::function<ExitCode()>;
 
@@ -28,5 +35,7 @@ std::span<const Command> commands();
 Runner declare_inventory(CLI::App& verb);
 Runner declare_spd(CLI::App& verb);
 Runner declare_fru(CLI::App& verb);
+Runner declare_machine(CLI::App& verb);
+Runner declare_log(CLI::App& verb);
 
 }  // namespace vpdd::cli

@@ -6,6 +6,7 @@
 #include "cli/component.h"
 #include "cli/entity_names.h"
 #include "cli/fru_diagnosis.h"
+#include "cli/machine.h"
 #include "cli/memory_module.h"
 #include "host/vpdd_host.h"
 
@@ -103,6 +104,7 @@ uint32_t Inventory::logical_processor_count() const {
 
 Inventory take_inventory() {
     Inventory inventory;
+    inventory.machine = read_machine();
     inventory.published = published_variables();
     for (const ComponentVpdRecord& record : all_records(published_record_count(inventory.published))) {
         if (record.is_cached == 1) {

@@ -27,6 +27,7 @@ struct PublishedVariable {
 };
 
 struct Inventory {
+    MachineVpdRecord machine{};
     std::vector<ComponentVpdRecord> processors;
     std::vector<ComponentVpdRecord> memory;
     std::vector<ComponentVpdRecord> power_supplies;
@@ -40,7 +41,7 @@ struct Inventory {
     uint32_t logical_processor_count() const;
 };
 
-/// Reads the cache, which stands, through the library's look-ups.
+/// Reads the machine's record, and the cache, which stands, through the library's look-ups.
 Inventory take_inventory();
 
 void print_inventory(std::ostream& out, const Inventory& inventory, const std::string& server, const Style& style);

@@ -5,8 +5,8 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/command.h"
+#include "cli/common_options.h"
 #include "cli/inventory.h"
-#include "cli/server_session.h"
 
 namespace vpdd::cli {
 
@@ -35,17 +35,10 @@ ExitCode run(const Arguments& arguments) {
 
 Runner declare_inventory(CLI::App& verb) {
     auto arguments = std::make_shared<Arguments>();
-    verb.add_option("--server", arguments->server,
-                    "Description of the server, or the name of one that came with vpdctl")
-        ->required()
-        ->type_name("FILE");
-    verb.add_flag("--json", arguments->json, "Print JSON instead of tables");
-    verb.add_flag("--real-time", arguments->session.real_time,
-                  "Wait as long as the firmware does between its attempts");
-    verb.add_option("--log", arguments->session.log, "Write the library's messages to FILE; - is standard error")
-        ->type_name("FILE");
-    verb.add_option("--state", arguments->session.state_directory, "Keep the configuration variables in DIR")
-        ->type_name("DIR");
+    add_server_option(verb, arguments->server);
+    add_json_option(verb, arguments->json);
+    add_session_options(verb, arguments->session);
+    add_state_option(verb, arguments->session.state_directory, "Keep the configuration variables in DIR");
     return [arguments] { return run(*arguments); };
 }
 

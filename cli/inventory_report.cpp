@@ -8,6 +8,7 @@
 #include "cli/display_text.h"
 #include "cli/entity_names.h"
 #include "cli/inventory.h"
+#include "cli/machine.h"
 #include "cli/memory_module.h"
 #include "cli/table.h"
 
@@ -27,6 +28,12 @@ void print_section(std::ostream& out, const Style& style, const std::string& tit
     if (table.empty()) return;
     out << '\n' << style.heading(title) << '\n';
     table.print(out, style);
+}
+
+void print_identity(std::ostream& out, const MachineVpdRecord& machine, const Style& style) {
+    for (const std::string& line : identity_lines(machine)) {
+        for (const std::string& part : wrapped(displayable(line), style.width - 2)) out << "  " << part << '\n';
+    }
 }
 
 std::string title(const char* name, std::size_t count) {
@@ -213,8 +220,9 @@ Json unread_json(const UnreadComponent& component) {
 
 void print_inventory(std::ostream& out, const Inventory& inventory, const std::string& server, const Style& style) {
     const std::size_t read = inventory.component_count() - inventory.unread.size();
-    out << style.heading("Inventory of " + displayable(server)) << '\n'
-        << "  " << counted(inventory.component_count(), "component") << ", " << read << " read\n";
+    out << style.heading("Inventory of " + displayable(server)) << '\n';
+    print_identity(out, inventory.machine, style);
+    out << "  " << counted(inventory.component_count(), "component") << ", " << read << " read\n";
     print_processors(out, inventory.processors, style);
     print_memory(out, inventory.memory, style);
     print_boards(out, "Power supplies", inventory.power_supplies, false, style);
@@ -228,6 +236,7 @@ void print_inventory(std::ostream& out, const Inventory& inventory, const std::s
 Json inventory_json(const Inventory& inventory, const std::string& server) {
     Json document;
     document["Server"] = server;
+    document["Machine"] = machine_json(inventory.machine);
     document["Processors"] = group_json(inventory.processors);
     document["Memory"] = group_json(inventory.memory);
     document["PowerSupplies"] = group_json(inventory.power_supplies);

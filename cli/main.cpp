@@ -17,6 +17,7 @@ constexpr const char* description =
 constexpr const char* footer =
     "Examples:\n"
     "  vpdctl inventory --server ddr5-2s.json    what a server is made of\n"
+    "  vpdctl machine --server ddr5-2s.json      its type, serial number and addresses\n"
     "  vpdctl spd dimm.bin                       a saved SPD image\n"
     "  vpdctl fru board.bin --json               a saved FRU image, for a program\n"
     "  vpdctl COMMAND --help                     more about one command\n"
@@ -29,7 +30,8 @@ constexpr const char* footer =
     "  4  the platform or the library failed, or the output could not be written\n"
     "\n"
     "Environment:\n"
-    "  NO_COLOR  no bold headings      COLUMNS  width of tables that do not go to a terminal\n";
+    "  NO_COLOR  no bold headings      COLUMNS  width of tables that do not go to a terminal\n"
+    "  VPDD_STATE_DIRECTORY            stands for --state DIR\n";
 
 int exit_with(ExitCode code) { return static_cast<int>(code); }
 
@@ -76,6 +78,8 @@ int run(int count, char** arguments) {
         std::cout.flush();
         if (!std::cout) return report(ExitCode::failure, "cannot write the output");
         return exit_with(code);
+    } catch (const WrongUsage& error) {
+        return report(ExitCode::usage, error.what());
     } catch (const BadInput& error) {
         return report(ExitCode::bad_input, error.what());
     } catch (const std::exception& error) {

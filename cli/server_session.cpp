@@ -62,13 +62,15 @@ ServerSession::ServerSession(const SessionOptions& options) : state_directory_(o
     }
     host_options_.state_directory = state_directory_.empty() ? nullptr : state_directory_.c_str();
     host_options_.sleep_factor = options.real_time ? 1.0 : 0.0;
-    host_options_.message = on_message;
-    host_options_.message_context = this;
     host_options_.progress = on_progress;
     host_options_.progress_context = this;
+    vpdd_host_set_message_sink(on_message, this);
 }
 
-ServerSession::~ServerSession() { vpdd_host_close(); }
+ServerSession::~ServerSession() {
+    vpdd_host_close();
+    vpdd_host_set_message_sink(nullptr, nullptr);
+}
 
 void ServerSession::open_file(const std::string& path) {
     ErrorText error{};
@@ -80,6 +82,13 @@ void ServerSession::open_file(const std::string& path) {
 void ServerSession::open_text(const std::string& text) {
     ErrorText error{};
     if (vpdd_host_open_text(text.data(), text.size(), nullptr, &host_options_, error.data(), error.size()) != 0) {
+        throw std::runtime_error(displayable(error.data()));
+    }
+}
+
+void ServerSession::enter_private_root() {
+    ErrorText error{};
+    if (vpdd_host_enter_private_root(host_options_.state_directory, error.data(), error.size()) != 0) {
         throw std::runtime_error(displayable(error.data()));
     }
 }

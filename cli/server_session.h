@@ -30,6 +30,13 @@ public:
     /// Open the server that a JSON text describes. Throws std::runtime_error.
     void open_text(const std::string& text);
 
+    /// Give the process a /flash and a /tmp in the state directory, or in memory without one. Throws
+    /// std::runtime_error.
+    void enter_private_root();
+
+    /// Where the library's messages go; null: nowhere.
+    std::ostream* log() const { return log_; }
+
     /// Build the component cache, with a progress line. Throws std::runtime_error when it does not stand afterwards.
     void create_cache();
 

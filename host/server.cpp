@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "host/private_root.h"
+
 namespace vpdd::host {
 
 namespace {
@@ -20,9 +22,16 @@ std::shared_ptr<Server> make_current(std::shared_ptr<Server> server) {
     return server;
 }
 
+/// A path without symbolic links, which stays right in a private root.
+std::filesystem::path created_directory(const char* path) {
+    if (path == nullptr || *path == '\0') return {};
+    std::filesystem::create_directories(path);
+    return std::filesystem::canonical(path);
+}
+
 Options options_of(const VpddHostOptions* options) {
     if (options == nullptr) return {};
-    return {options->state_directory != nullptr ? options->state_directory : "",
+    return {created_directory(options->state_directory),
             options->sleep_factor,
             {options->message, options->message_context},
             options->progress,
@@ -30,9 +39,7 @@ Options options_of(const VpddHostOptions* options) {
 }
 
 std::filesystem::path store_path(const std::filesystem::path& state_directory) {
-    if (state_directory.empty()) return {};
-    std::filesystem::create_directories(state_directory);
-    return state_directory / "configuration.sqlite";
+    return state_directory.empty() ? state_directory : state_directory / "configuration.sqlite";
 }
 
 int fail(const std::string& reason, char* error, std::size_t error_size) {
@@ -119,6 +126,13 @@ extern "C" int vpdd_host_open_text(const char* text, size_t length, const char* 
 }
 
 extern "C" void vpdd_host_close(void) { make_current(nullptr); }
+
+extern "C" int vpdd_host_enter_private_root(const char* state_directory, char* error, size_t error_size) try {
+    enter_private_root(created_directory(state_directory));
+    return 0;
+} catch (const std::exception& reason) {
+    return fail(reason.what(), error, error_size);
+}
 
 extern "C" const char* vpdd_host_server_folder(void) {
     static const std::string folder = find_server_folder().string();

@@ -80,6 +80,16 @@ int vpdd_host_open_text(const char* text, size_t length, const char* folder, con
 /** @brief Close the server; none open is fine. */
 void vpdd_host_close(void);
 
+/**
+ * @brief Give this process /flash and /tmp of its own, for good: the library keeps files at fixed paths there.
+ *
+ * Both are directories of the state directory, in a mount namespace that the process moves into; all other paths stay as
+ * they are. Call it before the process starts threads, as root or as an ordinary user.
+ * @param state_directory created if missing, and still found at its path; null: both are empty and in memory
+ * @return 0; -1 where the machine allows no namespaces, or when the directory cannot be used
+ */
+int vpdd_host_enter_private_root(const char* state_directory, char* error, size_t error_size);
+
 /** @brief Where messages go that no open server's own sink takes. Null, as at the start: nowhere. */
 void vpdd_host_set_message_sink(VpddHostMessageSink sink, void* context);
 

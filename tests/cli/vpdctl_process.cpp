@@ -69,6 +69,23 @@ std::string read_until_closed(int descriptor) {
     }
 }
 
+Outcome on_terminal(const std::vector<std::string>& arguments, unsigned short columns, const Environment& environment,
+                    const std::string& typed) {
+    winsize size{};
+    size.ws_col = columns;
+    size.ws_row = 50;
+    int terminal = -1;
+    const pid_t child = forkpty(&terminal, nullptr, nullptr, &size);
+    if (child == 0) execute(arguments, environment);
+    // What is typed ahead waits in the terminal.
+    if (write(terminal, typed.data(), typed.size()) < 0) throw std::system_error(errno, std::generic_category(), "pty");
+    Outcome outcome;
+    outcome.out = read_until_closed(terminal);
+    outcome.code = wait_for(child);
+    close(terminal);
+    return outcome;
+}
+
 }  // namespace
 
 Outcome vpdctl(const std::vector<std::string>& arguments, const Environment& environment) {
@@ -91,17 +108,12 @@ Json vpdctl_json(std::vector<std::string> arguments) {
 
 Outcome vpdctl_on_terminal(const std::vector<std::string>& arguments, unsigned short columns,
                            const Environment& environment) {
-    winsize size{};
-    size.ws_col = columns;
-    size.ws_row = 50;
-    int terminal = -1;
-    const pid_t child = forkpty(&terminal, nullptr, nullptr, &size);
-    if (child == 0) execute(arguments, environment);
-    Outcome outcome;
-    outcome.out = read_until_closed(terminal);
-    outcome.code = wait_for(child);
-    close(terminal);
-    return outcome;
+    return on_terminal(arguments, columns, environment, "");
+}
+
+Outcome vpdctl_answered(const std::vector<std::string>& arguments, const std::string& typed) {
+    constexpr unsigned short usual_width = 80;
+    return on_terminal(arguments, usual_width, {}, typed);
 }
 
 int vpdctl_into(const std::string& path, const std::vector<std::string>& arguments) {
@@ -132,6 +144,22 @@ std::string ScratchFolder::file(const std::string& name, std::span<const uint8_t
 std::string ScratchFolder::file(const std::string& name, std::string_view content) const {
     std::ofstream(path(name), std::ios::binary) << content;
     return path(name);
+}
+
+bool private_roots_are_allowed() {
+    const ScratchFolder folder;
+    return vpdctl({"log", "--state", folder.path("state")}).err.find("no private /flash and /tmp") == std::string::npos;
+}
+
+FileTimes files_at_fixed_paths() {
+    FileTimes files;
+    for (const char* path :
+         {"/flash", "/flash/data0", "/flash/data0/component_activity.log", "/flash/data0/component_activity.log.backup",
+          "/tmp/vpdd_lock", "/tmp/vpdd_trace.log", "/tmp/machine.cache", "/tmp/oemMachine.cache",
+          "/tmp/vpdd_machine_lock", "/tmp/vpdd_machine_oem_lock"}) {
+        if (std::filesystem::exists(path)) files[path] = std::filesystem::last_write_time(path);
+    }
+    return files;
 }
 
 std::string read_file(const std::filesystem::path& path) {

@@ -39,6 +39,9 @@ Json vpdctl_json(std::vector<std::string> arguments);
 Outcome vpdctl_on_terminal(const std::vector<std::string>& arguments, unsigned short columns,
                            const Environment& environment = {});
 
+/// On a terminal on which somebody types this.
+Outcome vpdctl_answered(const std::vector<std::string>& arguments, const std::string& typed);
+
 /// Standard output goes to an open file.
 int vpdctl_into(const std::string& path, const std::vector<std::string>& arguments);
 
@@ -58,6 +61,14 @@ public:
 private:
     std::filesystem::path folder_;
 };
+
+/// Whether the machine lets vpdctl have a /flash and a /tmp of its own.
+bool private_roots_are_allowed();
+
+using FileTimes = std::map<std::filesystem::path, std::filesystem::file_time_type>;
+
+/// The files at the library's fixed paths on this machine, where vpdctl has to leave them alone.
+FileTimes files_at_fixed_paths();
 
 std::string read_file(const std::filesystem::path& path);
 

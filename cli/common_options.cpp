@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/common_options.h"
+
+#include <CLI/CLI.hpp>
+
+namespace vpdd::cli {
+
+void add_server_option(CLI::App& verb, std::string& server) {
+    verb.add_option("--server", server, "Description of the server, or the name of one that came with vpdctl")
+        ->required()
+        ->type_name("FILE");
+}
+
+void add_json_option(CLI::App& verb, bool& json) { verb.add_flag("--json", json, "Print JSON instead of tables"); }
+
+void add_log_option(CLI::App& verb, std::string& log) {
+    verb.add_option("--log", log, "Write the library's messages to FILE; - is standard error")->type_name("FILE");
+}
+
+void add_session_options(CLI::App& verb, SessionOptions& session) {
+    verb.add_flag("--real-time", session.real_time, "Wait as long as the firmware does between its attempts");
+    add_log_option(verb, session.log);
+}
+
+CLI::Option* add_state_option(CLI::App& verb, std::string& state_directory, const std::string& meaning) {
+    return verb.add_option("--state", state_directory, meaning)->type_name("DIR")->envname("VPDD_STATE_DIRECTORY");
+}
+
+}  // namespace vpdd::cli

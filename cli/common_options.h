@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: Apache-2.0
+// Options that several verbs have, with the same words in the help of each.
+#pragma once
+
+#include <string>
+
+#include "cli/server_session.h"
+
+namespace CLI {
+class App;
+class Option;
+}  // namespace CLI
+
+namespace vpdd::cli {
+
+/// --server, which has to be given.
+void add_server_option(CLI::App& verb, std::string& server);
+void add_json_option(CLI::App& verb, bool& json);
+void add_log_option(CLI::App& verb, std::string& log);
+/// --real-time and --log.
+void add_session_options(CLI::App& verb, SessionOptions& session);
+/// --state, which may also come from the environment.
+CLI::Option* add_state_option(CLI::App& verb, std::string& state_directory, const std::string& meaning);
+
+}  // namespace vpdd::cli
