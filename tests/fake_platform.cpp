@@ -212,6 +212,8 @@ void FakePlatform::reset() {
     sleeps_.clear();
     journal_.clear();
     sleep_hook_ = nullptr;
+    log_hook_ = nullptr;
+    trace_hook_ = nullptr;
 }
 
 // ---- the world
@@ -440,16 +442,37 @@ void FakePlatform::during_sleep(std::function<void(int64_t)> hook) {
     sleep_hook_ = std::move(hook);
 }
 
-void FakePlatform::add_log(int priority, std::string text) {
+void FakePlatform::during_log(std::function<void(const LogLine&)> hook) {
     const std::lock_guard lock(mutex_);
-    journal_.push_back(formatted("log %d %s", priority, text.c_str()));
-    log_.push_back({priority, std::move(text)});
+    log_hook_ = std::move(hook);
+}
+
+void FakePlatform::during_trace(std::function<void(const TraceLine&)> hook) {
+    const std::lock_guard lock(mutex_);
+    trace_hook_ = std::move(hook);
+}
+
+void FakePlatform::add_log(int priority, std::string text) {
+    const LogLine line{priority, std::move(text)};
+    std::function<void(const LogLine&)> hook;
+    {
+        const std::lock_guard lock(mutex_);
+        journal_.push_back(formatted("log %d %s", priority, line.text.c_str()));
+        log_.push_back(line);
+        hook = log_hook_;
+    }
+    if (hook) hook(line);
 }
 
 void FakePlatform::add_trace(TraceLine line) {
-    const std::lock_guard lock(mutex_);
-    journal_.push_back(formatted("trace %d %s", line.level, line.text.c_str()));
-    trace_.push_back(std::move(line));
+    std::function<void(const TraceLine&)> hook;
+    {
+        const std::lock_guard lock(mutex_);
+        journal_.push_back(formatted("trace %d %s", line.level, line.text.c_str()));
+        trace_.push_back(line);
+        hook = trace_hook_;
+    }
+    if (hook) hook(line);
 }
 
 void FakePlatform::add_sleep(int64_t microseconds) {

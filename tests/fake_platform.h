@@ -381,6 +381,10 @@ public:
 
     /// Called inside each sleep, with the microseconds.
     void during_sleep(std::function<void(int64_t)> hook);
+    /// Called inside each syslog(), behind the keeping of the line and with nothing locked.
+    void during_log(std::function<void(const LogLine&)> hook);
+    /// The same inside each log_debug_log().
+    void during_trace(std::function<void(const TraceLine&)> hook);
 
     // For the platform functions.
 
@@ -419,6 +423,8 @@ private:
     std::vector<int64_t> sleeps_;
     std::vector<std::string> journal_;
     std::function<void(int64_t)> sleep_hook_;
+    std::function<void(const LogLine&)> log_hook_;
+    std::function<void(const TraceLine&)> trace_hook_;
 };
 
 /// Base of the tests that talk to the platform.
