@@ -71,6 +71,17 @@ TEST_F(HostMacs, ThatCannotBeReadLeaveTheirSlotEmptyAndTheOthersFilled) {
     EXPECT_TRUE(platform.traced(failure_level, "updateSysvpdMacAddressCache", "READ MAC 3 FAIL"));
 }
 
+TEST_F(HostMacs, AreNotMarkedReadBeforeTheLastOneIs) {
+    all_macs();
+    std::vector<int> flags;
+    platform.field_read.during([&](const FieldCall&) { flags.push_back(isHostMacCache); });
+
+    updateSysvpdMacAddressCache();
+
+    EXPECT_EQ(flags, std::vector<int>(8, 0));
+    EXPECT_EQ(isHostMacCache, 1);
+}
+
 TEST_F(HostMacs, AreMarkedReadAlsoWhenNoneCouldBe) {
     updateSysvpdMacAddressCache();
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -32,6 +33,25 @@ namespace fs = std::filesystem;
 // A cancelled thread leaves its stack frames poisoned, and AddressSanitizer's own clean-up of the signal stack at the
 // thread's end would stumble over them.
 extern "C" const char* __asan_default_options() { return "use_sigaltstack=0"; }
+
+namespace {
+
+/// Called before the library sets the cancellation state of its thread.
+std::function<void(int state)> before_setting_cancellation;
+
+/// The C library's function.
+int set_cancellation(int state, int* former) {
+    static auto* const real = reinterpret_cast<int (*)(int, int*)>(dlsym(RTLD_NEXT, "pthread_setcancelstate"));
+    return real(state, former);
+}
+
+}  // namespace
+
+// Stands in front of the C library's function.
+extern "C" int pthread_setcancelstate(int state, int* former) {
+    if (before_setting_cancellation) before_setting_cancellation(state);
+    return set_cancellation(state, former);
+}
 
 namespace {
 
@@ -582,6 +602,18 @@ TEST_P(MachineCache, CreateReplacesAnOrdinaryFile) {
     EXPECT_FALSE(is_locked_by_this_process(cache.lock_path));
 }
 
+TEST_P(MachineCache, CreateMakesAFileThatTheUmaskAloneRestricts) {
+    constexpr std::pair<mode_t, unsigned> modes[] = {{0, 0666}, {022, 0644}, {077, 0600}};
+    for (const auto& [mask, expected] : modes) {
+        const mode_t former = umask(mask);
+
+        EXPECT_EQ(create(record('a')), 0);
+
+        umask(former);
+        EXPECT_EQ(static_cast<unsigned>(fs::status(cache.path).permissions()), expected) << mask;
+    }
+}
+
 TEST_P(MachineCache, CreateLeavesTheOtherFileAlone) {
     const Cache& other = cache.oem == 0 ? oem : standard;
     write_file(other.path, Bytes{1, 2, 3});
@@ -734,6 +766,29 @@ TEST_P(MachineCache, CreateNeedsNoLock) {
         EXPECT_EQ(file_content(outside), (Bytes{1, 2, 3}));
     }
     EXPECT_TRUE(platform.logged_nothing());
+}
+
+// ---- the flag
+
+TEST(MachineCacheFlag, OfAnyOtherValueThanZeroSelectsTheOemFile) {
+    for (const uint32_t flag : {2U, 0x100U, 0x80000000U, 0xFFFFFFFFU}) {
+        SCOPED_TRACE(flag);
+        clean_up();
+        const Bytes content(oem.size, 'a');
+        Bytes buffer(oem.size);
+
+        EXPECT_EQ(create_machine_vpd_cache_file(content.data(), oem.size, flag), 0);
+        EXPECT_TRUE(same_bytes(file_content(oem.path), content));
+        EXPECT_TRUE(fs::exists(oem.lock_path));
+        EXPECT_EQ(read_machine_vpd_cache_file(buffer.data(), oem.size, flag), 0);
+        EXPECT_TRUE(same_bytes(buffer, content));
+
+        EXPECT_EQ(create_machine_vpd_cache_file(content.data(), standard.size, flag), -1);
+        EXPECT_EQ(read_machine_vpd_cache_file(buffer.data(), standard.size, flag), -1);
+        EXPECT_FALSE(fs::exists(standard.path));
+        EXPECT_FALSE(fs::exists(standard.lock_path));
+    }
+    clean_up();
 }
 
 // ---- readers against a writer
@@ -1079,9 +1134,9 @@ TEST_F(MachineCacheBuild, UpdateMaySucceedAtItsThirtiethAttempt) {
 
 int cancellation_state() {
     int state = 0;
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
+    set_cancellation(PTHREAD_CANCEL_DISABLE, &state);
     int ignored = 0;
-    pthread_setcancelstate(state, &ignored);
+    set_cancellation(state, &ignored);
     return state;
 }
 
@@ -1150,6 +1205,28 @@ TEST_F(MachineCacheBuild, NotificationEnablesCancellationWhateverItWas) {
 
     EXPECT_EQ(cancellation_state(), PTHREAD_CANCEL_ENABLE);
     pthread_setcancelstate(former, nullptr);
+}
+
+TEST_F(MachineCacheBuild, NotificationLogsWhileItCanBeCancelledAndClearsTheFlagWhenItCannot) {
+    isHostMacCache = 1;
+    std::vector<std::string> seen;
+    const auto see = [&](const char* what) {
+        const char* const state = cancellation_state() == PTHREAD_CANCEL_ENABLE ? "enabled" : "disabled";
+        seen.push_back(formatted("%s: %s, flag %d", what, state, isHostMacCache));
+    };
+    platform.during_log([&](const LogLine&) { see("log"); });
+    before_setting_cancellation = [&](int state) {
+        see(state == PTHREAD_CANCEL_ENABLE ? "before enabling" : "before disabling");
+    };
+    platform.field_read.during([&](const FieldCall& call) {
+        if (call.id == 6) see("first field");
+    });
+
+    vpd_sysvpd_changed_notify_callback();
+
+    before_setting_cancellation = nullptr;
+    EXPECT_THAT(seen, ElementsAre("log: enabled, flag 1", "before disabling: enabled, flag 1",
+                                  "first field: disabled, flag 0", "before enabling: disabled, flag 1"));
 }
 
 /// A thread that is notified, and whether it came back from it.
@@ -1225,6 +1302,21 @@ TEST_F(CancelledNotification, OnlyEndsAThreadThatIsCancelled) {
 
     EXPECT_EQ(notified.join(), nullptr);
     EXPECT_TRUE(notified.came_back);
+}
+
+TEST_F(CancelledNotification, DoesNotRebuildWhenTheLogHonoursAnEarlierRequest) {
+    isHostMacCache = 1;
+    platform.during_log([](const LogLine&) {
+        pthread_cancel(pthread_self());
+        pthread_testcancel();  // syslog() is a cancellation point
+    });
+
+    notified.start();
+
+    EXPECT_EQ(notified.join(), PTHREAD_CANCELED);
+    EXPECT_EQ(rebuilds(), 0U);
+    EXPECT_EQ(isHostMacCache, 1);
+    EXPECT_FALSE(fs::exists(standard.path));
 }
 
 TEST_F(CancelledNotification, HonoursARequestFromAnotherThread) {

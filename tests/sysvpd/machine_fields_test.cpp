@@ -126,6 +126,28 @@ TEST_F(MachineFields, KeepsTheValueWhenTheFieldsEndBehindALabel) {
     EXPECT_TRUE(holds(record.pairs[6].value, "11"));
 }
 
+TEST_F(MachineFields, EndsATextAtAZeroAndKeepsWhatStagesBehindIt) {
+    const Field cut = Field::binary({'A', 0, 'B', 'C'});
+
+    EXPECT_EQ(get({cut, cut, "DE", "", Field::raw(0xC4, {'F', 'G', 'H', 'I'}), "JKL"}), 0);
+
+    EXPECT_TRUE(holds(record.pairs[0].label, "A"));
+    EXPECT_TRUE(holds(record.pairs[0].value, "A"));
+    EXPECT_TRUE(holds(record.pairs[1].label, "DEBC"));
+    EXPECT_TRUE(holds(record.pairs[1].value, "A"));
+    EXPECT_TRUE(holds(record.pairs[2].label, "FGHI"));
+    EXPECT_TRUE(holds(record.pairs[2].value, "JKLC"));
+    EXPECT_EQ(platform.written("tarn_str_machine_vpd_oem_MTM_LABEL"),
+              text_variable("tarn_str_machine_vpd_oem_MTM_LABEL", "A", 1));
+}
+
+TEST_F(MachineFields, KeepsTheZeroOfALongerTextInFrontOfWhichAShorterOneEnds) {
+    EXPECT_EQ(get({Field::binary({'A', 'B', 0, 'C'}), Field::binary({'A', 0, 'B'}), "DE", Field::raw(0x01, {'F'})}), 0);
+
+    EXPECT_TRUE(holds(record.pairs[1].label, "DE"));
+    EXPECT_TRUE(holds(record.pairs[1].value, "F"));
+}
+
 TEST_F(MachineFields, CutsTextsAfterTwentyNineCharacters) {
     const std::string letters = "abcdefghijklmnopqrstuvwxyz0123456789";
 
@@ -459,6 +481,38 @@ TEST_F(MachineFields, TurnsAnAbsentLastChunkIntoMinusNine) {
 
     EXPECT_TRUE(
         logged_at_line(platform, warning, "GetMachineFields", "Read SYSVPD FRU fail! fru_left=44, offset=256\n"));
+}
+
+TEST_F(MachineFields, TakesAnEmptyFruForOneWithoutAProductArea) {
+    platform.fru(0, {});
+    platform.ipmi.when(is_read, ipmi_data({0}));
+    const CaptureStdout output;
+
+    EXPECT_EQ(get(), 0);
+
+    EXPECT_THAT(platform.requests(),
+                ElementsAre(IpmiCall{0x06, 0x01, {}}, IpmiCall{0x0A, 0x10, {0}}, IpmiCall{0x0A, 0x11, {0, 0, 0, 0}}));
+    EXPECT_TRUE(logged_at_line(platform, warning, "GetMachineFields",
+                               "product area empty, either BMC version upgraded or FRU error ! fru_size=0, "
+                               "product=(nil)\n"));
+    EXPECT_EQ(platform.log().size(), 1U);
+    EXPECT_EQ(length, untouched);
+    EXPECT_THAT(content(record), Each(0));
+    EXPECT_EQ(output.text(), "--> leave GetMachineFields\n");
+}
+
+TEST_F(MachineFields, TurnsAFailedReadOfAnEmptyFruIntoMinusNine) {
+    platform.fru(0, {});
+    platform.ipmi.fail_when(is_read);
+
+    EXPECT_EQ(get(), -9);
+
+    const IpmiCall empty_read{0x0A, 0x11, {0, 0, 0, 0}};
+    EXPECT_THAT(platform.requests(),
+                ElementsAre(IpmiCall{0x06, 0x01, {}}, IpmiCall{0x0A, 0x10, {0}}, empty_read, empty_read, empty_read));
+    EXPECT_TRUE(logged_at_line(platform, warning, "GetMachineFields", "Read SYSVPD FRU fail! fru_left=0, offset=0\n"));
+    EXPECT_EQ(length, untouched);
+    EXPECT_THAT(content(record), Each(0));
 }
 
 TEST_F(MachineFields, GivesTheImageBackAfterAFailedChunk) {

@@ -1,10 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
 #include <algorithm>
 #include <array>
+#include <functional>
+#include <future>
+#include <map>
 #include <regex>
 
 #include "golden_file.h"
@@ -14,6 +18,22 @@ using namespace vpdd::test;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Pair;
+using testing::UnorderedElementsAre;
+
+namespace {
+
+/// Called before a mutex is locked, by whatever thread.
+std::function<void(pthread_mutex_t*)> before_locking;
+
+}  // namespace
+
+// Stands in front of the C library's function.
+extern "C" int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
+    static auto* const real_lock = reinterpret_cast<int (*)(pthread_mutex_t*)>(dlsym(RTLD_NEXT, "pthread_mutex_lock"));
+    if (before_locking) before_locking(mutex);
+    return real_lock(mutex);
+}
 
 namespace {
 
@@ -184,6 +204,45 @@ TEST_F(MachineRecord, IsAssembledUnderTheMutex) {
     EXPECT_EQ(free_reads, 0U);
     EXPECT_EQ(free_writes, 0U);
     EXPECT_TRUE(is_free(sysvpd_access_mutex));
+}
+
+TEST_F(MachineRecord, IsDoneAfterTheMutexWasReleasedAndNotBefore) {
+    std::map<std::string, bool> was_free;
+    platform.during_trace([&](const TraceLine& line) { was_free[line.text] = is_free(sysvpd_access_mutex); });
+    platform.field_read.fail_when([](const FieldCall& call) { return call.id == 48; });
+
+    assemble();
+
+    EXPECT_THAT(was_free,
+                UnorderedElementsAre(Pair("[GetMachineVPDImpl]:UPDATE MAC CACHE", false),
+                                     Pair("[GetMachineVPDImpl]:GET PRODUCT NAME", false),
+                                     Pair("[sysvpd_read_field]:c_vpd_read_field FAIL, offset[00000030]", false),
+                                     Pair("[GetMachineVPDImpl]:GET PRODUCT NAME FAIL", false),
+                                     Pair("[GetMachineVPDImpl]:DONE~~~~~~~", true)));
+}
+
+TEST_F(MachineRecord, StaysUntouchedWhileTheMutexIsHeldByAnother) {
+    record = unwritten<MachineVpdRecord>();
+    const Bytes before = content(record);
+    std::promise<void> at_the_mutex;
+    before_locking = [&](pthread_mutex_t* mutex) {
+        if (mutex == &sysvpd_access_mutex) at_the_mutex.set_value();
+    };
+    ASSERT_EQ(pthread_mutex_trylock(&sysvpd_access_mutex), 0);
+    auto assembly_elsewhere = std::async(
+        std::launch::async, [&] { return GetMachineVPDImpl(&length, sizeof record, nullptr, bytes(record)); });
+
+    at_the_mutex.get_future().wait();
+    // The thread now waits for the mutex, and writes nothing before it has it.
+    EXPECT_TRUE(same_bytes(content(record), before));
+    EXPECT_EQ(length, untouched);
+    EXPECT_THAT(platform.journal(), IsEmpty());
+    pthread_mutex_unlock(&sysvpd_access_mutex);
+
+    EXPECT_EQ(assembly_elsewhere.get(), 0);
+    before_locking = nullptr;
+    EXPECT_TRUE(same_bytes(content(record), golden_bytes("standard_machine.txt")));
+    EXPECT_EQ(length, 1106U);
 }
 
 // ---- failures
@@ -633,6 +692,17 @@ TEST_F(MachineRecord, HasTheCardDateOfTheFirstFourOfTenDigits) {
     EXPECT_TRUE(holds(record.card_mfg_date, "2021-03-08"));
 }
 
+TEST_F(MachineRecord, HasNoCardDateWithoutAWeekAndAYear) {
+    for (const char* text : {"", "a", "1", "12", "12ab", "    ", "a1221"}) {
+        platform.field(18, std::string_view(text));
+
+        EXPECT_EQ(assemble(), 0) << text;
+
+        EXPECT_TRUE(holds(record.card_mfg_date, "")) << text;
+    }
+    EXPECT_THAT(failures(), IsEmpty());
+}
+
 TEST_F(MachineRecord, SurvivesACardDateThatIsNone) {
     for (const char* text : {"", "a", "12", "12ab", "-1-1", "    ", "9999"}) {
         platform.field(18, std::string_view(text));
@@ -655,6 +725,16 @@ TEST_F(MachineRecord, ReadsTheHostMacsOnce) {
     EXPECT_EQ(platform.field_read.count(), 2 * after_first - 8);
     EXPECT_TRUE(holds(record.host_macs[0], "02:00:5E:10:AB:01"));
     EXPECT_TRUE(platform.traced(progress, assembly, "UPDATE MAC CACHE"));
+}
+
+TEST_F(MachineRecord, TracesTheStepOfTheHostMacsAlsoWhenTheyAreCached) {
+    assemble();
+    ASSERT_EQ(isHostMacCache, 1);
+
+    assemble();
+
+    const auto journal = platform.journal();
+    EXPECT_EQ(std::ranges::count(journal, "trace 2 [GetMachineVPDImpl]:UPDATE MAC CACHE"), 2);
 }
 
 TEST_F(MachineRecord, ReadsTheHostMacsAgainWhenTheFlagWasCleared) {
@@ -938,6 +1018,85 @@ TEST_F(MachineRequest, OemRecordHasOnlyTheBeginningOfTheMacsAndCodeLevels) {
     EXPECT_EQ(std::string(text + 516 + 182, 12 + 14), "02:00:5E:10:" + std::string(14, '\0'));
     EXPECT_EQ(std::string(text + 853 + 185, 32 + 5), std::string(32, '6') + std::string(5, '\0'));
     EXPECT_EQ(std::string(text + 1075 + 133, 5 + 14), "D8D9D" + std::string(14, '\0'));
+}
+
+/// `length` characters that differ from field to field and from place to place.
+std::string long_text(char first, std::size_t length) {
+    std::string text;
+    for (std::size_t i = 0; i < length; ++i) text += static_cast<char>('!' + (first - '!' + i) % ('~' - '!' + 1));
+    return text;
+}
+
+/// Every field that a record shows at its full length.
+void set_full_system_vpd(FakePlatform& platform) {
+    set_system_vpd(platform);
+    constexpr std::pair<uint32_t, std::size_t> texts[] = {
+        {8, 33},  {9, 33},  {10, 32}, {11, 33}, {12, 12}, {13, 33}, {14, 33}, {46, 4},  {48, 128}, {50, 10},
+        {51, 12}, {52, 12}, {53, 32}, {54, 16}, {81, 36}, {82, 36}, {83, 36}, {84, 36}, {85, 36},  {86, 36}};
+    char first = '0';
+    for (const auto& [id, size] : texts) platform.field(id, long_text(first++, size));
+    // A cache as no MAC fills it, so that each of its bytes is seen.
+    isHostMacCache = 1;
+    for (std::size_t slot = 0; slot < 8; ++slot) {
+        std::memcpy(host_mac_cache[slot], long_text(static_cast<char>('a' + slot), 26).data(), 26);
+    }
+}
+
+std::vector<vpdd::images::Field> full_pairs() {
+    std::vector<vpdd::images::Field> custom;
+    for (std::size_t pair = 0; pair < 7; ++pair) {
+        custom.emplace_back(long_text(static_cast<char>('A' + pair), 29));
+        custom.emplace_back(long_text(static_cast<char>('P' + pair), 29));
+    }
+    return custom;
+}
+
+/// Bytes in the place of zeros.
+void put(Bytes& record, std::size_t offset, const Bytes& what) {
+    std::copy(what.begin(), what.end(), record.begin() + static_cast<std::ptrdiff_t>(offset));
+}
+
+TEST_F(MachineRequest, OemRecordOfFullFieldsIsTakenFromTheStandardRecordPlaceByPlace) {
+    for (const uint16_t version : {0x0300, 0x02FF}) {
+        set_full_system_vpd(platform);
+        set_version(platform, version);
+        platform.fru(0, machine_fru(full_pairs()));
+        ASSERT_EQ(assemble(), 0);
+        const Bytes from = content(record);
+        Bytes expected(1342);
+        const auto take = [&](std::size_t to, std::size_t size, std::size_t first) {
+            const auto begin = from.begin() + static_cast<std::ptrdiff_t>(first);
+            put(expected, to, Bytes(begin, begin + static_cast<std::ptrdiff_t>(size)));
+        };
+        const auto put_pair = [&](std::size_t to, std::size_t pair) {
+            put(expected, to, bytes_of(long_text(static_cast<char>('A' + pair), 29)));
+            put(expected, to + 30, bytes_of(long_text(static_cast<char>('P' + pair), 29)));
+        };
+        put(expected, 0, bytes_of("_req_oem"));
+        put(expected, 9, bytes_of("oem"));
+        take(18, 9, 0);  // VPD version
+        put_pair(27, 0);
+        put_pair(87, 1);
+        take(147, 34, 77);  // UUID
+        put_pair(181, 6);
+        put_pair(245, 5);
+        put_pair(305, 2);
+        take(365, 13, 214);  // card FRU number
+        put_pair(378, 3);
+        take(438, 7, 261);  // end of the card serial number
+        put_pair(445, 4);
+        take(505, 11, 268);    // card manufacturing date
+        take(516, 194, 279);   // host MACs
+        take(724, 129, 487);   // product name
+        take(853, 217, 616);   // code levels
+        take(1075, 138, 838);  // port MACs
+        take(1227, 15, 990);   // IANA and sub-manufacturer
+        if (version >= 0x0300) take(1242, 100, 1005);
+
+        EXPECT_EQ(ask(oem_request), 0);
+
+        EXPECT_TRUE(same_bytes(content(oem), expected)) << version;
+    }
 }
 
 TEST_F(MachineRequest, OemRecordHasTheEndOfTheCardSerialSlotWhichNoSerialReaches) {
