@@ -127,6 +127,30 @@ TEST_F(CheckSpdCrc, ComparesOnlySixteenBitsOfTheExpectedValue) {
     EXPECT_EQ(check(image, 224, crc | INT32_MIN), 1);
 }
 
+TEST_F(CheckSpdCrc, NamesBothValuesInSixteenBits) {
+    // The CRC of these 126 bytes is 0xCD65.
+    const Bytes image = image_with(ddr4, {{125, 0x02}, {126, 0x65}, {127, 0xCD}});
+    constexpr std::pair<int32_t, const char*> expected_values[] = {
+        {0x7FFF1234, "0x1234"},
+        {static_cast<int32_t>(0xFFFFCD64), "0xcd64"},
+        {static_cast<int32_t>(0x8000FFFF), "0xffff"},
+        {0x00010000, "0x00"},
+    };
+    for (const auto& [expected, text] : expected_values) {
+        platform.reset();
+
+        EXPECT_EQ(check(image, 224, expected), 0) << text;
+
+        EXPECT_THAT(platform.log(), testing::ElementsAre(
+                                        LogLine{12, pid_line("check_spd_crc - fails to compare with the calculated CRC "
+                                                             "0xcd65 and the SPD info's CRC %s\n",
+                                                             text)}));
+    }
+    EXPECT_EQ(check(image, 224, static_cast<int32_t>(0xFFFFCD65)), 1);
+    EXPECT_EQ(check(image, 224, static_cast<int32_t>(0x8001CD65)), 1);
+    EXPECT_EQ(check(image, 224, 0x0000CD65), 1);
+}
+
 TEST_F(CheckSpdCrc, ReportsAWrongLowByteAndAWrongHighByte) {
     const Bytes good = Ddr4Image().seal().build();
     Bytes wrong_low = good;

@@ -193,6 +193,64 @@ TEST(Jep106, HasTheNamesThatDecodersCompare) {
     EXPECT_EQ(name_of(11, 0x92), "Kingbank Technology Co Ltd");
 }
 
+/// Well-known ids, written down without the list, in all its banks.
+const std::vector<Maker> known_makers{
+    {0, 0x01, "AMD"},
+    {0, 0x04, "Fujitsu"},
+    {0, 0x10, "NEC"},
+    {0, 0x1F, "Atmel"},
+    {0, 0x2C, "Micron Technology"},
+    {0, 0x34, "Cypress"},
+    {0, 0x49, "Xilinx"},
+    {0, 0x97, "Texas Instruments"},
+    {0, 0xA4, "IBM"},
+    {0, 0xB3, "IDT"},
+    {0, 0xDA, "Winbond Electronic"},
+    {1, 0x4F, "Transcend Information"},
+    {1, 0x7A, "Apacer Technology"},
+    {1, 0x94, "Smart Modular"},
+    {1, 0x98, "Kingston"},
+    {1, 0xBF, "Broadcom"},
+    {2, 0x31, "Itautec SA"},
+    {2, 0x94, "Delkin Devices"},
+    {2, 0x9E, "Corsair"},
+    {2, 0xB5, "SpecTek Incorporated"},
+    {2, 0xFE, "Elpida"},
+    {3, 0x0B, "Nanya Technology"},
+    {3, 0x16, "Netlist"},
+    {3, 0x25, "Kingmax Semiconductor"},
+    {3, 0x6B, "NVIDIA"},
+    {3, 0x94, "Mushkin"},
+    {3, 0xDA, "Swissbit"},
+    {4, 0x3B, "ARM Ltd."},
+    {4, 0x43, "Ramaxel Technology"},
+    {4, 0xCB, "A-DATA Technology"},
+    {4, 0xCD, "G Skill Intl"},
+    {4, 0xEF, "Team Group Inc."},
+    {5, 0x51, "Qimonda"},
+    {5, 0x57, "AENEON"},
+    {5, 0x9B, "Crucial Technology"},
+    {6, 0x32, "Montage Technology Group"},
+    {6, 0xC8, "GigaDevice Semiconductor"},
+    {6, 0xF1, "InnoDisk Corporation"},
+    {7, 0x45, "HMD Electronics AG"},
+    {7, 0x6B, "Everspin Technologies"},
+    {7, 0x83, "Strontium"},
+    {7, 0xB6, "HiSilicon Technologies"},
+    {8, 0x25, "ISSI/Chingis"},
+    {8, 0x31, "Baikal Electronics"},
+    {8, 0x58, "HGST"},
+};
+
+TEST(Jep106, HasTheMakersThatEverybodyKnowsAtTheirIds) {
+    for (const Maker& maker : known_makers) {
+        const auto is_it = [&](const Jep106Row& row) { return row.bank == maker.bank && row.code == maker.code; };
+        const auto* const row = std::find_if(std::begin(jep_106), std::end(jep_106), is_it);
+        ASSERT_NE(row, std::end(jep_106)) << testing::PrintToString(maker);
+        EXPECT_EQ((Maker{row->bank, row->code, row->name}), maker);
+    }
+}
+
 // ---- makers of an image
 
 using Parser = decltype(parse_vendor_manufacturer_id);

@@ -88,6 +88,39 @@ TEST(CalculateSdramClock, TakesItsOffsetAsASignedByte) {
     EXPECT_FLOAT_EQ(clock_of(ddr4, {{18, 0}, {125, 0xFF}}, 0.001F, 0.125F), -0.001F);
 }
 
+TEST(CalculateSdramClock, RoundsEachProductAndThenTheSumToSinglePrecision) {
+    // Each is the float of 0.125 N, a float, and the float of 0.001F times the offset, added and rounded again. A fused
+    // product differs in the rows of -30, -127 and 127, double precision in that of -128.
+    constexpr struct {
+        uint8_t count, offset;
+        float clock;
+    } clocks[] = {
+        {5, 0x00, 0x1.4p-1F},       // +0
+        {5, 0xF8, 0x1.3be76cp-1F},  // -8
+        {6, 0x0D, 0x1.86a7fp-1F},   // +13
+        {7, 0x0D, 0x1.c6a7fp-1F},   // +13
+        {8, 0xF8, 0x1.fbe76cp-1F},  // -8
+        {5, 0x80, 0x1.fced9p-2F},   // -128
+        {8, 0x80, 0x1.be76c8p-1F},  // -128
+        {5, 0xE2, 0x1.30a3d8p-1F},  // -30
+        {6, 0xE2, 0x1.70a3d8p-1F},  // -30
+        {7, 0xE2, 0x1.b0a3d8p-1F},  // -30
+        {8, 0xE2, 0x1.f0a3d8p-1F},  // -30
+        {6, 0x81, 0x1.3ef9dcp-1F},  // -127
+        {5, 0x7F, 0x1.810624p-1F},  // +127
+        {6, 0xBC, 0x1.5d2f1ap-1F},  // -68
+        {7, 0xC1, 0x1.9fbe76p-1F},  // -63
+        {8, 0x9D, 0x1.cd4fep-1F},   // -99
+        {10, 0xFF, 0x1.3fbe76p0F},  // -1
+    };
+    for (const auto& [count, offset, clock] : clocks) {
+        for (const uint8_t type : {ddr4, nvdimm}) {
+            EXPECT_EQ(clock_of(type, {{18, count}, {125, offset}}, 0.001F, 0.125F), clock)
+                << int{count} << " " << int{static_cast<int8_t>(offset)};
+        }
+    }
+}
+
 TEST(CalculateSdramClock, IsZeroForOtherTypes) {
     EXPECT_EQ(calculate_sdram_clock(Bytes(1024, ddr5).data(), any_length, 1, 1), 0.0F);
     EXPECT_EQ(calculate_sdram_clock(Bytes(1024, 0x08).data(), any_length, 1, 1), 0.0F);
