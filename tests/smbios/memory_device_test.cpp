@@ -401,7 +401,12 @@ TEST_F(SerialMatch, RefusesANullGroupAndAnotherTypeOfGroup) {
 }
 
 TEST_F(SerialMatch, RefusesANullSerial) {
+    SmbiosTypeGroup empty{17, 0, nullptr, nullptr};
+
     EXPECT_EQ(vpdd_get_the_smbios_dimm_info(group_of({device_with_serial("12345678")}), nullptr), nullptr);
+    EXPECT_EQ(vpdd_get_the_smbios_dimm_info(group_of({device_with_serial("")}), nullptr), nullptr);
+    EXPECT_EQ(vpdd_get_the_smbios_dimm_info(&empty, nullptr), nullptr);
+    EXPECT_EQ(vpdd_get_the_smbios_dimm_info(nullptr, nullptr), nullptr);
     EXPECT_TRUE(platform.logged_nothing());
 }
 
@@ -427,6 +432,23 @@ TEST_F(SlotMatch, ComparesDecimalValues) {
     EXPECT_FALSE(slot_matches("DIMM 12", "0x0C"));
     EXPECT_FALSE(slot_matches("DIMM 8", "010"));
     EXPECT_TRUE(platform.logged_nothing());
+}
+
+TEST_F(SlotMatch, ReadsTheSlotTextAsANumberWithWhatStandsAroundIt) {
+    EXPECT_TRUE(slot_matches("DIMM 7", "7A"));
+    EXPECT_TRUE(slot_matches("DIMM 7", " 7"));
+    EXPECT_TRUE(slot_matches("DIMM 7", "\t+7 8"));
+    EXPECT_FALSE(slot_matches("DIMM 7", "A7")) << "no number in front";
+    EXPECT_FALSE(slot_matches("DIMM 78", "7 8"));
+    EXPECT_TRUE(platform.logged_nothing());
+}
+
+TEST_F(SlotMatch, TakesASlotTextWithoutANumberForZero) {
+    for (const char* slot : {"A", "A7", " ", "-", "DIMM 7"}) {
+        EXPECT_TRUE(slot_matches("DIMM 0", slot)) << slot;
+        EXPECT_FALSE(slot_matches("DIMM 7", slot)) << slot;
+        EXPECT_FALSE(slot_matches("DIMM", slot)) << slot;
+    }
 }
 
 TEST_F(SlotMatch, CountsEveryDigitOfTheLocator) {
