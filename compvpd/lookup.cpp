@@ -38,8 +38,17 @@ uint8_t fru_id_behind(const ComponentVpdNode* node) {
     return node->next != nullptr ? node->next->record.fru_id : no_more_records;
 }
 
-void log_null_record(const char* function, int line) {
-    vpdd::log_located(vpdd::log_info, function, line, "ERROR:p_info is null\n");
+/// False, logged, without a cache or without a record or buffer to copy to.
+bool can_copy(const char* function, int line, const void* out) {
+    if (vpd_cache_status != cache_created) {
+        vpdd::log_cache_not_created(function, line, "\n");
+        return false;
+    }
+    if (out == nullptr) {
+        vpdd::log_located(vpdd::log_info, function, line, "ERROR:p_info is null\n");
+        return false;
+    }
+    return true;
 }
 
 /// The cursor alone. Deliberate: a cache of one record reads as nothing more.
@@ -86,14 +95,7 @@ extern "C" int GetComponentVPD(uint32_t* out_length, uint32_t /*size*/, const Co
         vpdd::log_line(vpdd::log_warning, __func__, "Invalid requested data.\n");
         return refused;
     }
-    if (vpd_cache_status != cache_created) {
-        vpdd::log_cache_not_created(__func__, __LINE__, "\n");
-        return refused;
-    }
-    if (out == nullptr) {
-        log_null_record(__func__, __LINE__);
-        return refused;
-    }
+    if (!can_copy(__func__, __LINE__, out)) return refused;
     if (request->probe != 0) return probe(out);
     return copy_record(__func__, request->fru_id, out_length, out);
 }
@@ -108,27 +110,13 @@ extern "C" int GetComponentVPDByFruID(uint32_t* out_length, uint32_t /*size*/, c
     }
     // Deliberate: a plain progress message at the highest priority.
     vpdd::log_text(vpdd::log_emergency, "Get component VPD by FRU ID(%d)\n", *fru_id);
-    if (vpd_cache_status != cache_created) {
-        vpdd::log_cache_not_created(__func__, __LINE__, "\n");
-        return refused;
-    }
-    if (out == nullptr) {
-        log_null_record(__func__, __LINE__);
-        return refused;
-    }
+    if (!can_copy(__func__, __LINE__, out)) return refused;
     return copy_record(__func__, *fru_id, out_length, out);
 }
 
 extern "C" int GetComponentVPD_KIVA(uint32_t* out_length, uint32_t size, const void* /*ignored*/, void* out) {
     const ScopedLock readers(compvpd_kiva_readonly_mutex);
-    if (vpd_cache_status != cache_created) {
-        vpdd::log_cache_not_created(__func__, __LINE__, "\n");
-        return refused;
-    }
-    if (out == nullptr) {
-        log_null_record(__func__, __LINE__);
-        return refused;
-    }
+    if (!can_copy(__func__, __LINE__, out)) return refused;
 
     const ScopedLock lock(compvpd_access_mutex);
     if (component_vpd_list.head == nullptr) {
