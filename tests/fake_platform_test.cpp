@@ -176,6 +176,18 @@ TEST_F(FakePlatformTest, StartsEachTestFresh) {
     EXPECT_NE(smbt_init(&table, 0, "smbios-table", "/var/DS/"), 0);
 }
 
+TEST_F(FakePlatformTest, LetsATestLookAroundInsideALogAndATraceLine) {
+    std::vector<std::string> seen;
+    // What is kept can be asked for, since nothing is locked.
+    platform.during_log([&](const LogLine& line) { seen.push_back(line.text + " " + platform.journal().back()); });
+    platform.during_trace([&](const TraceLine& line) { seen.push_back(line.text + " " + platform.journal().back()); });
+
+    syslog(12, "one");
+    log_debug_log("/tmp/trace", 4, "two");
+
+    EXPECT_EQ(seen, (std::vector<std::string>{"one log 12 one", "two trace 4 two"}));
+}
+
 TEST_F(FakePlatformTest, BlocksACallWhileOthersGoOn) {
     std::atomic<bool> inside = false;
     std::atomic<bool> released = false;
