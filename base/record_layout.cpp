@@ -41,6 +41,21 @@ static_assert(offsetof(SpdInfo, config_speed) == 384);
 static_assert(offsetof(SpdInfo, AEP_Flag) == 388);
 static_assert(offsetof(SpdInfo, smbios_size) == 392);
 static_assert(offsetof(SpdInfo, smbios_speed) == 396);
+// No padding: a checksum over the record covers fields only.
+static_assert(sizeof(SpdInfo::description) + sizeof(SpdInfo::part_number) + sizeof(SpdInfo::serial_number) +
+                  sizeof(SpdInfo::udi_part_number) + sizeof(SpdInfo::mfg_id) + sizeof(SpdInfo::device_type) +
+                  sizeof(SpdInfo::module_type) + sizeof(SpdInfo::sdram_freq_string) + sizeof(SpdInfo::reserved_189) +
+                  sizeof(SpdInfo::vendor_product_id) + sizeof(SpdInfo::module_vendor_id) +
+                  sizeof(SpdInfo::subsys_vendor_id) + sizeof(SpdInfo::subsys_device_id) +
+                  sizeof(SpdInfo::sdram_row_bits) + sizeof(SpdInfo::sdram_col_bits) + sizeof(SpdInfo::module_voltage) +
+                  sizeof(SpdInfo::module_ranks) + sizeof(SpdInfo::device_width) + sizeof(SpdInfo::reserved_203) +
+                  sizeof(SpdInfo::module_bus_width) + sizeof(SpdInfo::fine_timebase) +
+                  sizeof(SpdInfo::medium_timebase) + sizeof(SpdInfo::sdram_frequency) + sizeof(SpdInfo::sdram_clock) +
+                  sizeof(SpdInfo::cas_latencies_supports) + sizeof(SpdInfo::cas_latency) + sizeof(SpdInfo::crc) +
+                  sizeof(SpdInfo::mfg_week) + sizeof(SpdInfo::mfg_year) + sizeof(SpdInfo::ram_size) +
+                  sizeof(SpdInfo::speed_in_MBpsec) + sizeof(SpdInfo::ecc_bits) + sizeof(SpdInfo::config_speed) +
+                  sizeof(SpdInfo::AEP_Flag) + sizeof(SpdInfo::smbios_size) + sizeof(SpdInfo::smbios_speed) ==
+              400);
 
 static_assert(sizeof(OemCpuRecord) == 776);
 static_assert(offsetof(OemCpuRecord, index) == 0);
