@@ -573,7 +573,7 @@ extern "C" {
 
 int IPMI_DoIPMICmd(uint8_t netfn, uint8_t cmd, const uint8_t* request, uint32_t request_length, uint8_t* response,
                    int32_t* response_length) {
-    const IpmiCall call{netfn, cmd, copied(request, request_length)};
+    const IpmiCall call{netfn, cmd, copied(request, request_length), {}, static_cast<uint32_t>(*response_length)};
     platform().add_request(call);
     const IpmiReply reply = platform().ipmi.answer(call);
     deliver(reply.bytes, response, reply.bytes.size());

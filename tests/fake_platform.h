@@ -156,7 +156,7 @@ struct IpmiCall {
     uint8_t cmd = 0;
     Bytes data;
     Bytes frame{};      ///< the whole frame when it came as a raw one
-    uint32_t room = 0;  ///< for the answer to a raw frame, in bytes
+    uint32_t room = 0;  ///< for the answer, in bytes, as the caller states it
 
     bool is(uint8_t of_netfn, uint8_t of_cmd) const { return netfn == of_netfn && cmd == of_cmd; }
     /// The room is no part of the request.

@@ -85,6 +85,19 @@ TEST_F(IpmiCommand, SleepsAfterTheThirdFailedAttemptToo) {
                 ElementsAre("ipmi 2E/55", "sleep 300000", "ipmi 2E/55", "sleep 300000", "ipmi 2E/55", "sleep 300000"));
 }
 
+TEST_F(IpmiCommand, StatesTheWholeRoomForTheAnswerInEachAttempt) {
+    request.response_length = static_cast<int32_t>(response.size());
+    platform.ipmi.then(empty_success);
+    platform.ipmi.then({0, {0xC1, 1, 2, 3}});
+    platform.ipmi.then(ipmi_data({7}));
+
+    EXPECT_EQ(send(), 0);
+
+    const auto calls = platform.ipmi.calls();
+    ASSERT_THAT(calls, SizeIs(3));
+    for (const IpmiCall& call : calls) EXPECT_EQ(call.room, 32U);
+}
+
 TEST_F(IpmiCommand, DoesNotTellOtherCompletionCodesApart) {
     for (const uint8_t code : {0x01, 0x80, 0xC0, 0xC1, 0xCA, 0xCC, 0xFF}) {
         platform.reset();

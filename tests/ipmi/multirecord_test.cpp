@@ -88,6 +88,14 @@ TEST_F(ProcessMultirec, EndsAtAHeaderOfZeros) {
     EXPECT_TRUE(platform.logged_nothing());
 }
 
+TEST_F(ProcessMultirec, LooksForNothingBehindAHeaderOfZeros) {
+    Bytes list(5);
+    vpdd::images::append(list, processor_record().bytes(true));
+    EXPECT_EQ(process_multirec(list.data(), record.get()), 0);
+    EXPECT_EQ(record->vpd_format, 0U);
+    EXPECT_TRUE(platform.logged_nothing());
+}
+
 TEST_F(ProcessMultirec, ReportsAWrongRecordChecksum) {
     Multirecord damaged = processor_record(2);
     damaged.record_checksum = static_cast<uint8_t>(vpdd::images::zero_checksum(damaged.data) + 1);

@@ -126,9 +126,12 @@ TEST_F(PsuFirmware, IsRefusedForANullField) {
 }
 
 TEST_F(PsuFirmware, FindsNothingWithoutAnEnd) {
-    const Bytes fields(40, 0xC0);
+    Bytes fields(7);  // seven empty ones
+    vpdd::images::append(fields, Field("1.23").bytes());
+    vpdd::images::append(fields, Field("4.56").bytes());
     EXPECT_EQ(get_psu_fw_version(fields.data(), &out, nullptr), 0);
     EXPECT_EQ(primary(), untouched);
+    EXPECT_EQ(secondary(), untouched);
     EXPECT_THAT(platform.log(), IsEmpty());
 }
 

@@ -110,6 +110,18 @@ TEST_F(ReadVpdFromIpmi, LosesAsManyBytesAtTheEndAsItKeepsCompletionCodes) {
     EXPECT_EQ(slice(dest, 245, 244), counting(50, 244));
 }
 
+TEST_F(ReadVpdFromIpmi, StatesTheWholeRoomForTheAnswerToEachFrame) {
+    platform.ipmi_raw.then(answer(0, 1, 244));
+    platform.ipmi_raw.then(answer(0, 1, 250));
+    platform.ipmi_raw.then(answer(0, 1, 12));
+
+    EXPECT_EQ(read(500), 0);
+
+    const auto calls = platform.ipmi_raw.calls();
+    ASSERT_THAT(calls, SizeIs(3));
+    for (const IpmiCall& call : calls) EXPECT_EQ(call.room, 256U);
+}
+
 TEST_F(ReadVpdFromIpmi, WrapsTheOffsetAt16Bits) {
     EXPECT_EQ(read(66000), 0);
     const auto calls = platform.ipmi_raw.calls();

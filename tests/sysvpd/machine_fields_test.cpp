@@ -213,6 +213,15 @@ TEST_F(MachineFields, FillsEmptyPairsFromNoFieldAtAll) {
                             text_variable("tarn_str_machine_vpd_oem_serial_number_LABEL", "", 1)));
 }
 
+TEST_F(MachineFields, FindsNoFieldWithoutAnEnd) {
+    record = {};
+    const Bytes fields{0xC2, 'A', 'A', 0xC2, '1', '1', 0xC1};
+
+    EXPECT_EQ(process_oemfields(fields.data(), nullptr, bytes(record)), 0);
+
+    EXPECT_THAT(content(record), Each(0));
+}
+
 TEST_F(MachineFields, TakesAFieldThatEndsAtTheBoundAndStopsThere) {
     record = {};
     const Bytes fields{0xC2, 'A', 'A', 0xC2, '1', '1', 0xC2, 'B', 'B'};
