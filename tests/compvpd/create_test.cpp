@@ -157,6 +157,21 @@ TEST_F(CreationGuardTest, ASecondCallWaitsAndProbesBeforeItLooksAtTheStatus) {
     EXPECT_EQ(platform.sleeps().size(), sleeps + sleeps_of(4, true).size());
 }
 
+TEST_F(CreationGuardTest, ASecondCallIsReportedUnderTheLock) {
+    create({});
+    const std::size_t before = platform.journal().size();
+    {
+        const LockJournal locks;
+        CreateComponentVPDCache();
+    }
+
+    auto lines = platform.journal();
+    lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(before));
+    EXPECT_THAT(lines,
+                ElementsAre("sleep 5000000", "ipmi 06/01", "lock compvpd_access_mutex",
+                            "log 12 " + create_line("Cache was created already."), "unlock compvpd_access_mutex"));
+}
+
 using CreationTest = ComponentCacheTest;
 
 TEST_F(CreationTest, AnEmptyRepositoryYieldsAnEmptyCache) {
@@ -180,6 +195,19 @@ TEST_F(CreationTest, TracesTheNewStatusAtTheEnd) {
                                                         "[CreateComponentVPDCache]:VPDCACHE Status -> 1 (Created)"}));
     EXPECT_TRUE(platform.journal().back().starts_with("trace"));
     EXPECT_TRUE(all_locks_are_free());
+}
+
+TEST_F(CreationTest, SetsTheStatusBeforeItTracesIt) {
+    // A request without an out record is refused before it would wait for the run: for the cache's status or, where
+    // that is right, for the record.
+    platform.during_trace([](const TraceLine&) {
+        const ComponentRequest request{};
+        GetComponentVPD(nullptr, 0, &request, nullptr);
+    });
+
+    create({FruLocator(5, "FRU 5")});
+
+    EXPECT_TRUE(platform.logged_located(info, "GetComponentVPD", "ERROR:p_info is null\n"));
 }
 
 TEST_F(CreationTest, HoldsTheCacheFromTheGuardToTheEnd) {
@@ -231,7 +259,14 @@ TEST_F(CreationTest, ExportsForDcmiBeforeTheScan) {
 
 // ---- scan
 
-using ScanTest = ComponentCacheTest;
+class ScanTest : public ComponentCacheTest {
+protected:
+    std::vector<uint16_t> record_ids_read() const {
+        std::vector<uint16_t> ids;
+        for (const SdrCall& call : platform.sdr_read.calls()) ids.push_back(call.record_id);
+        return ids;
+    }
+};
 
 TEST_F(ScanTest, ReadsTheRepositoryRecordByRecord) {
     platform.sdr(numbered({FruLocator(5, "a"), full_sensor_record(1, "b"), FruLocator(6, "c")}, 0x1201, 0x101));
@@ -480,6 +515,32 @@ TEST_F(ScanTest, FailsOnARepositoryWithoutAFirstRecord) {
     EXPECT_EQ(FindFRURecord(5, nullptr), -4) << "the status is unchanged";
 }
 
+TEST_F(ScanTest, ReportsAnUnreadableRecordUnderTheLock) {
+    repository({FruLocator(5, "x")});
+    platform.sdr_read.fail_at(1);
+    {
+        const LockJournal locks;
+        CreateComponentVPDCache();
+    }
+
+    const auto lines = platform.journal();
+    ASSERT_GE(lines.size(), 3U);
+    EXPECT_THAT(std::vector<std::string>(lines.end() - 3, lines.end()),
+                ElementsAre("log 14 " + sdr_line("ERROR: Invalid SDR record head(n_read=0)."),
+                            "log 14 " + sdr_line("ERROR:Create SDR cache error."), "unlock compvpd_access_mutex"));
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "unlock compvpd_access_mutex"), 1);
+}
+
+TEST_F(ScanTest, ReportsHowManyBytesTheRecordBeforeTheUnreadableOneHad) {
+    platform.sdr_read.at(1, {0, FruLocator(5, "a").build(), 2, 41});
+    platform.sdr_read.at(2, {0, full_sensor_record(1, "b"), 3, 57});
+    platform.sdr_read.fail_at(3);
+
+    EXPECT_EQ(CreateComponentVPDCache(), -3);
+
+    EXPECT_TRUE(platform.logged(info, sdr_line("ERROR: Invalid SDR record head(n_read=57).")));
+}
+
 TEST_F(ScanTest, KeepsWhatItHasWhenTheRepositoryFailsInTheMiddle) {
     repository({FruLocator(5, "a"), FruLocator(6, "b"), FruLocator(7, "c")});
     platform.sdr_read.fail_at(3);
@@ -508,6 +569,7 @@ TEST_F(ScanTest, EndsARepositoryThatRunsInACircle) {
     EXPECT_EQ(CreateComponentVPDCache(), -3);
 
     EXPECT_TRUE(platform.logged(info, sdr_line("ERROR:Create SDR cache error.")));
+    EXPECT_THAT(record_ids_read(), ElementsAre(0, 2, 1)) << "none of them twice";
     EXPECT_TRUE(all_locks_are_free());
 }
 
@@ -515,6 +577,20 @@ TEST_F(ScanTest, EndsARepositoryWhoseFirstRecordFollowsItself) {
     platform.sdr_read.always({0, full_sensor_record(1, "x"), 0});
 
     EXPECT_EQ(CreateComponentVPDCache(), -3);
+
+    EXPECT_THAT(record_ids_read(), ElementsAre(0));
+}
+
+TEST_F(ScanTest, ReadsTheIdsOfAWholeRepositoryOnceEach) {
+    platform.sdr_read.model([](const SdrCall& call) {
+        // Every id there is but the end mark, then back to the one in the middle.
+        const bool is_last = call.record_id == 0xFFFE;
+        return SdrReply{0, full_sensor_record(1, "x"), static_cast<uint16_t>(is_last ? 0x8000 : call.record_id + 1)};
+    });
+
+    EXPECT_EQ(CreateComponentVPDCache(), -3);
+
+    EXPECT_EQ(platform.sdr_read.count(), 0xFFFFU);
 }
 
 TEST_F(ScanTest, PassesOverALocatorForWhichThereIsNoMemory) {
@@ -747,6 +823,7 @@ TEST_F(ImageReadTest, GoesOnWithTheNextFruWhenTheImageCannotGrow) {
 
     EXPECT_TRUE(logged_at_line(warning, "CreateComponentVPDCache", " - FRU size is larger than 512, fru_size=4000"));
     EXPECT_TRUE(logged_at_line(warning, "CreateComponentVPDCache", " - realloc FRU data fail"));
+    EXPECT_THAT(platform.log(warning).back().text, HasSubstr("realloc FRU data fail")) << "the size comes first";
     EXPECT_EQ(records().at(0).is_cached, 0);
     EXPECT_THAT(requests_of(5), SizeIs(1)) << "nothing but its size";
     EXPECT_TRUE(is_maker(records().at(1)));

@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 // What of FRU 0 is published for DCMI's asset tag.
+#include <malloc.h>
+
 #include "cache_fixture.h"
 #include "failing_allocator.h"
 
 using namespace vpdd::test;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 using vpdd::images::Field;
@@ -177,6 +180,7 @@ TEST_F(DcmiTest, FailsWithoutMemoryForItsScratchBlock) {
 
     EXPECT_EQ(export_of(FruImage().product(product("asset")).build()), -1);
 
+    EXPECT_EQ(failing.live_blocks(), 0U);
     EXPECT_THAT(
         platform.log(),
         ElementsAre(LogLine{warning, formatted("pid=%d,%s - ERROR:Allocate memory failed", getpid(), function)}));
@@ -190,19 +194,40 @@ TEST_F(DcmiTest, FailsWithoutMemoryForTheImage) {
     EXPECT_EQ(export_of(FruImage().product(product("asset")).padded_to(300).build()), -1);
 
     EXPECT_TRUE(logged_at_line(warning, function, " - realloc FRU data fail"));
-    EXPECT_THAT(platform.log(), SizeIs(2));
+    EXPECT_THAT(platform.log(), ElementsAre(testing::Field(&LogLine::text, HasSubstr("FRU size is larger than 256")),
+                                            testing::Field(&LogLine::text, HasSubstr("realloc FRU data fail"))));
     EXPECT_THAT(platform.requests(), SizeIs(1));
     EXPECT_EQ(failing.live_blocks(), 0U);
 }
 
-TEST_F(DcmiTest, GivesBackEverythingItAllocated) {
+TEST_F(DcmiTest, AsksForRoomForOneMoreComponentBeforeItReads) {
+    if (!allocator_can_fail) GTEST_SKIP() << "the sanitizer's allocator is in the way";
+    const AllocationWatch watch;
+    std::vector<std::size_t> sizes;
+    platform.ipmi.during([&](const IpmiCall& call) {
+        if (!call.is(netfn_storage, area_info)) return;
+        for (const void* block : watch.blocks()) sizes.push_back(malloc_usable_size(const_cast<void*>(block)));
+    });
+
+    export_of(FruImage().build());
+
+    EXPECT_THAT(sizes, ElementsAre(testing::Ge(sizeof(ComponentVpdNode))));
+}
+
+TEST_F(DcmiTest, GivesBackEverythingItAllocatedWhateverTheEnd) {
+    if (!allocator_can_fail) GTEST_SKIP() << "the sanitizer's allocator is in the way";
     const AllocationWatch watch;
 
-    export_of(FruImage().product(product("asset")).padded_to(300).build());
+    EXPECT_EQ(UpdateFRUID0InfoToTARNForDCMI(), -1);
+    EXPECT_EQ(watch.live_blocks(), 0U) << "no size";
+    EXPECT_EQ(export_of(FruImage().product(product("asset")).padded_to(300).build()), 0);
+    EXPECT_EQ(watch.live_blocks(), 0U) << "published";
+    EXPECT_EQ(export_of(FruImage().build()), 0);
+    EXPECT_EQ(watch.live_blocks(), 0U) << "no product";
     platform.ipmi.when(reads(0, 128), ipmi_completion(0xCB));
-    export_of(FruImage().product(product("asset")).padded_to(300).build());
-
-    EXPECT_EQ(watch.live_blocks(), 0U);
+    EXPECT_EQ(export_of(FruImage().product(product("asset")).padded_to(300).build()), -1);
+    EXPECT_EQ(watch.live_blocks(), 0U) << "no second chunk";
+    EXPECT_GT(watch.allocations(), 4U);
 }
 
 }  // namespace

@@ -411,6 +411,21 @@ TEST_F(FruAreasTest, WalksTheWholeListOfMultirecords) {
     expect_processor(record);
 }
 
+TEST_F(FruAreasTest, PassesAHeaderOfZerosInsideTheImage) {
+    // Both of its sums are right and it ends no list: a record like any other where the end is known.
+    Bytes list(5);
+    vpdd::images::append(list, Multirecord{OemProcessor::record_type, processor_record().data()}.bytes(true));
+
+    expect_processor(decoded(FruImage().raw_area(FruArea::multirecord, list)));
+}
+
+TEST_F(FruAreasTest, EndsAListWithoutAnEndAtTheEndOfTheImage) {
+    const Multirecord open{OemProcessor::record_type, processor_record().data(), 2, false};
+
+    expect_processor(decoded(FruImage().raw_area(FruArea::multirecord, open.bytes(false))));
+    EXPECT_THAT(decoding_log(), IsEmpty());
+}
+
 TEST_F(FruAreasTest, CountsAnImageWithDamagedMultirecordsAsRead) {
     const auto record =
         decoded(FruImage().multirecord(Multirecord{OemProcessor::record_type, processor_record().data(), 2, {}, 0x00}));

@@ -239,6 +239,17 @@ TEST_F(DimmTest, LogsTheDdr3TypeWithTheEccBitsBehindTheSmbiosLookUps) {
     EXPECT_NE(at("DIMM type:0x b"), static_cast<std::ptrdiff_t>(lines.size()));
 }
 
+TEST_F(DimmTest, LooksForTheConfiguredSpeedOfADdr4OrDdr5ModuleBeforeItsSizeAndSpeed) {
+    create_modules({ddr4(), ddr5()});
+
+    std::vector<std::string> texts;
+    for (const LogLine& line : platform.log(info)) {
+        if (line.text.find("smbios table error") != std::string::npos) texts.push_back(line.text);
+    }
+    const auto config_speed = HasSubstr("Get config speed"), size = HasSubstr("Get size and speed");
+    EXPECT_THAT(texts, ElementsAre(config_speed, size, config_speed, size));
+}
+
 TEST_F(DimmTest, NamesAnUnknownDdr3MakerNot) {
     const auto record = decoded(Ddr3Image().maker(0x00, 0x00).seal().build());
 
@@ -344,6 +355,19 @@ TEST_F(DimmTest, DumpsADdr5ImageEightBytesALine) {
     EXPECT_EQ(lines[1].substr(0, 9), formatted("%02x %02x %02x ", image[0], image[1], image[2]));
     EXPECT_EQ(lines[1].size(), 24U);
     EXPECT_EQ(lines[32], "5f 60 61 62 63 64 65 66 ");
+}
+
+TEST_F(DimmTest, DumpsADdr5ImageBeforeItIsDecoded) {
+    decoded(ddr5(ddr5_bytes_256));
+
+    const auto lines = platform.log();
+    const auto decoder = std::find(lines.begin(), lines.end(), LogLine{emergency, "== [vpdd_Handle_DDR5_SPD](2678)"});
+    ASSERT_GE(decoder - lines.begin(), 33);
+    ASSERT_NE(decoder, lines.end());
+    EXPECT_EQ((decoder - 33)->text, "== DDR5 DIMM SPD ==(16)<256>");
+    EXPECT_EQ((decoder - 1)->text, dump_lines().back());
+    EXPECT_THAT(dump_lines(), SizeIs(33));
+    for (auto line = lines.begin(); line != decoder - 33; ++line) EXPECT_THAT(line->text, Not(HasSubstr("tCKmin")));
 }
 
 TEST_F(DimmTest, DumpsAsManyBytesAsByte0Says) {

@@ -74,6 +74,16 @@ TEST_F(FruChangedFlagTest, IsReadAndWrittenUnderItsMutex) {
     EXPECT_THAT(platform.journal(), ElementsAre(lock, unlock, lock, unlock, lock, unlock));
 }
 
+TEST_F(FruChangedFlagTest, TheCallbackLogsBeforeItTakesTheMutex) {
+    const LockJournal locks;
+
+    vpd_compvpd_changed_notify_callback(3);
+
+    EXPECT_THAT(platform.journal(),
+                ElementsAre("log 14 " + pid_line("vpd_compvpd_changed_notify_callback - info: compvpd changed,fru=3"),
+                            "lock g_fru_changed_flag_mutex", "unlock g_fru_changed_flag_mutex"));
+}
+
 TEST(ThreadId, IsTheKernelsIdOfTheCallingThread) {
     EXPECT_EQ(gettid(), syscall(SYS_gettid));
     EXPECT_EQ(gettid(), getpid());

@@ -1,17 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <sys/syscall.h>
+
 #include <chrono>
 #include <future>
+#include <thread>
 
 #include "cache_fixture.h"
 #include "lock_journal.h"
 
 using namespace vpdd::test;
+using testing::AllOf;
 using testing::Each;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
+using testing::StartsWith;
 using vpdd::images::FruLocator;
 
 namespace {
@@ -214,6 +219,16 @@ TEST_P(LookupByIdTest, RefusesANullOutRecord) {
     EXPECT_TRUE(all_locks_are_free());
 }
 
+TEST_P(LookupByIdTest, ReportsANullOutRecordUnderTheOuterLockAlone) {
+    create_with_ids({9});
+
+    std::vector<std::string> lines = journal_of([this] { GetParam().look_up(&length, 9, nullptr); });
+
+    std::erase_if(lines, [](const std::string& line) { return line.starts_with("log 8"); });
+    EXPECT_THAT(lines, ElementsAre("lock compvpd_readonly_mutex", HasSubstr("ERROR:p_info is null"),
+                                   "unlock compvpd_readonly_mutex"));
+}
+
 TEST_P(LookupByIdTest, TakesTheOuterLockFirstAndReleasesItLast) {
     create_with_ids({9});
 
@@ -236,11 +251,11 @@ TEST_P(LookupByIdTest, ReportsAMissingRecordUnderBothLocks) {
 }
 
 TEST_P(LookupByIdTest, RefusesUnderTheOuterLockAlone) {
-    const auto lines = journal_of([this] { look_up(9); });
+    std::vector<std::string> lines = journal_of([this] { look_up(9); });
 
-    EXPECT_EQ(lines.front(), "lock compvpd_readonly_mutex");
-    EXPECT_EQ(lines.back(), "unlock compvpd_readonly_mutex");
-    EXPECT_THAT(lines, Each(testing::Not(HasSubstr("compvpd_access_mutex"))));
+    std::erase_if(lines, [](const std::string& line) { return line.starts_with("log 8"); });
+    EXPECT_THAT(lines, ElementsAre("lock compvpd_readonly_mutex", HasSubstr("Cache wasn't created"),
+                                   "unlock compvpd_readonly_mutex"));
 }
 
 using GetComponentVpdTest = LookupTest;
@@ -506,6 +521,23 @@ TEST_F(BulkCopyTest, RefusesUnderItsOuterLockAlone) {
                                    "unlock compvpd_kiva_readonly_mutex"));
 }
 
+TEST_F(BulkCopyTest, ReportsANullBufferUnderItsOuterLockAlone) {
+    create_with_ids({9});
+
+    EXPECT_THAT(journal_of([this] { GetComponentVPD_KIVA(&length, 1512, nullptr, nullptr); }),
+                ElementsAre("lock compvpd_kiva_readonly_mutex", HasSubstr("ERROR:p_info is null"),
+                            "unlock compvpd_kiva_readonly_mutex"));
+}
+
+TEST_F(BulkCopyTest, ReportsAnEmptyCacheUnderBothLocks) {
+    create_with_ids({});
+
+    EXPECT_THAT(
+        journal_of([this] { copy_all(1512, 1); }),
+        ElementsAre("lock compvpd_kiva_readonly_mutex", "lock compvpd_access_mutex", HasSubstr("No such FRU record."),
+                    "unlock compvpd_access_mutex", "unlock compvpd_kiva_readonly_mutex"));
+}
+
 using FindFruRecordTest = LookupTest;
 
 TEST_F(FindFruRecordTest, HandsOutTheCachedRecordAndPrintsItsAddress) {
@@ -610,6 +642,7 @@ private:
 
 struct AnyLookup {
     const char* name;
+    const char* function;
     int (*call)();
     int result_without_cache;
 };
@@ -618,26 +651,27 @@ ComponentVpdRecord thread_copy;
 uint32_t thread_length;
 
 const AnyLookup lookups[] = {
-    {"GetComponentVPD",
+    {"GetComponentVPD", "GetComponentVPD",
      [] {
          const ComponentRequest request{};
          return GetComponentVPD(&thread_length, 0, &request, &thread_copy);
      },
      -1},
-    {"Probe",
+    {"Probe", "GetComponentVPD",
      [] {
          const ComponentRequest request{0, 1};
          return GetComponentVPD(&thread_length, 0, &request, &thread_copy);
      },
      -1},
-    {"GetComponentVPDByFruID",
+    {"GetComponentVPDByFruID", "GetComponentVPDByFruID",
      [] {
          const uint8_t id = 0;
          return GetComponentVPDByFruID(&thread_length, 0, &id, &thread_copy);
      },
      -1},
-    {"GetComponentVPD_KIVA", [] { return GetComponentVPD_KIVA(&thread_length, 0, nullptr, &thread_copy); }, -1},
-    {"FindFRURecord",
+    {"GetComponentVPD_KIVA", "GetComponentVPD_KIVA",
+     [] { return GetComponentVPD_KIVA(&thread_length, 0, nullptr, &thread_copy); }, -1},
+    {"FindFRURecord", "FindFRURecord",
      [] {
          ComponentVpdRecord* record = nullptr;
          return FindFRURecord(9, &record);
@@ -656,6 +690,28 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(EachLookup, WaitingLookupTest, testing::ValuesIn(lookups),
                          [](const auto& test) { return std::string(test.param.name); });
+
+TEST_P(WaitingLookupTest, IsRefusedOnceTheCacheWasDestroyed) {
+    create_with_ids({9, 5});
+    ASSERT_EQ(DestroyComponentVPDCache(), 0);
+
+    EXPECT_EQ(GetParam().call(), GetParam().result_without_cache);
+
+    EXPECT_TRUE(platform.logged_located(info, GetParam().function, "ERROR:Cache wasn't created(status: 2)\n"));
+}
+
+TEST_P(WaitingLookupTest, NamesTheThreadThatItRefuses) {
+    pid_t thread = 0;
+    std::thread([&] {
+        thread = static_cast<pid_t>(syscall(SYS_gettid));
+        GetParam().call();
+    }).join();
+
+    ASSERT_NE(thread, getpid());
+    const std::string head = formatted("pid=%d, tid=%d, %s(", getpid(), thread, GetParam().function);
+    EXPECT_THAT(platform.log(info),
+                ElementsAre(testing::Field(&LogLine::text, AllOf(StartsWith(head), HasSubstr("(status: 0)")))));
+}
 
 TEST_P(WaitingLookupTest, IsRefusedWithoutWaitingForARunThatHoldsTheCache) {
     std::future<int> result;
