@@ -62,7 +62,7 @@ void decode_fru(const vpdd::Run& run, const vpdd::FruImage& image, ComponentVpdR
     } else if (areas.product != nullptr) {
         vpdd::decode_product(areas.product, image, record);
     }
-    record.is_cached = vpdd::has_any_area(areas) ? 1 : 0;
+    if (vpdd::has_any_area(areas)) record.is_cached = 1;
     vpdd::process_multirecords(areas.multirecord, image.end(), &record);
 }
 

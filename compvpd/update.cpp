@@ -94,7 +94,7 @@ void update_fru(Update& update, const vpdd::FruImage& image, ComponentVpdRecord&
     FruAreaPointers areas{};
     parse_fru_header(image.bytes(), &areas);
     update_areas(update, image, areas, record);
-    record.is_cached = vpdd::has_any_area(areas) ? 1 : 0;
+    if (vpdd::has_any_area(areas)) record.is_cached = 1;
     if (areas.multirecord == nullptr) {
         log_text(log_warning, "%s(%d) - MultiRecord is empty, fruid=%d, fru name=%s", update_name, __LINE__,
                  record.fru_id, record.name);

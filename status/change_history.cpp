@@ -30,6 +30,7 @@ __attribute__((destructor)) void close_with_the_library() { vpdd_close_chghist_l
 /// Both texts stay empty for a time that the C library cannot convert.
 void fill_time_texts(int64_t timestamp, ChangeHistoryRecord& out) {
     const auto seconds = static_cast<time_t>(timestamp);
+    if (seconds != timestamp) return;  // beyond what the target's clock can count
     tm local{};
     if (localtime_r(&seconds, &local) == nullptr) return;
     const int64_t year = int64_t{local.tm_year} + 1900;  // a damaged entry's year may not fit an int

@@ -812,6 +812,15 @@ TEST_F(ProcessorTest, AreCountedAlsoWithNeitherArea) {
     EXPECT_EQ(total("tarn_var_total_logical_cpu_count"), 0);
 }
 
+TEST_F(ProcessorTest, StayCachedWhenNothingIsLeftToDecode) {
+    update_processors({processor_image("model", "28")});
+    platform.fru(1, FruImage().internal_use({1}).build());
+
+    EXPECT_EQ(UpdateComponentVPDCache(), 0);
+
+    EXPECT_EQ(cached(1)->is_cached, 1);
+}
+
 TEST_F(ProcessorTest, AreNotCountedWhenTheyCannotBeRead) {
     create_cache({{1, processor_image("a", "12"), processor},
                   {2, processor_image("b", "13"), processor},

@@ -131,6 +131,13 @@ TEST_F(FruProbe, JudgesByTheLastCompletionCode) {
     EXPECT_FALSE(finds_it_present());
 }
 
+TEST_F(FruProbe, KeepsTheLastCompletionCodeThatCame) {
+    platform.ipmi.then(ipmi_completion(busy));
+    platform.ipmi.then(ipmi_completion(busy));
+    platform.ipmi.then(ipmi_dead());
+    EXPECT_TRUE(finds_it_present());
+}
+
 TEST_F(FruProbe, TracesWhatItFound) {
     insert(5);
     finds_it_present();
