@@ -1011,6 +1011,7 @@ TEST_F(UpdateTest, LookUpsOnOtherThreadsNeverSeeHalfARecord) {
             for (int i = 0; i < 2000 && !done; ++i) look_up();
         });
     }
+    while (found == 0) std::this_thread::yield();
 
     for (int round = 0; round < 20; ++round) {
         for (const uint8_t id : {5, 6, 7}) platform.fru(id, round % 2 == 0 ? odd : even);
