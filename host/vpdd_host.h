@@ -83,8 +83,8 @@ void vpdd_host_close(void);
 /**
  * @brief Give this process /flash and /tmp of its own, for good: the library keeps files at fixed paths there.
  *
- * Both are directories of the state directory, in a mount namespace that the process moves into; all other paths stay as
- * they are. Call it before the process starts threads, as root or as an ordinary user.
+ * Both are directories of the state directory, in a mount namespace that the process moves into; all other paths stay
+ * as they are. Call it before the process starts threads, as root or as an ordinary user.
  * @param state_directory created if missing, and still found at its path; null: both are empty and in memory
  * @return 0; -1 where the machine allows no namespaces, or when the directory cannot be used
  */

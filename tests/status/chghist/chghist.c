@@ -6,9 +6,9 @@
 
 int inserted_count;
 ChangeHistoryRecord inserted_rows[MOST_ROWS];
-void (*on_insert)(const ChangeHistoryRecord *row);
+void (*on_insert)(const ChangeHistoryRecord* row);
 
-int insert_hw_log(ChangeHistoryRecord *row) {
+int insert_hw_log(ChangeHistoryRecord* row) {
     if (inserted_count < MOST_ROWS) inserted_rows[inserted_count] = *row;
     ++inserted_count;
     if (on_insert) on_insert(row);
