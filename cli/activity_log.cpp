@@ -40,4 +40,9 @@ std::string presence_text(int32_t status) {
     }
 }
 
+std::string event_text(const ComponentVpdRecord& entry) {
+    if (entry.status == status_present) return "installed";
+    return entry.status == status_absent ? "removed" : presence_text(entry.status);
+}
+
 }  // namespace vpdd::cli

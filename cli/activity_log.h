@@ -15,5 +15,7 @@ void clean_activity_log();
 
 /// "present", "absent" or "no sensor".
 std::string presence_text(int32_t status);
+/// What an entry says of its component at its time: "installed", "removed" or "no sensor".
+std::string event_text(const ComponentVpdRecord& entry);
 
 }  // namespace vpdd::cli

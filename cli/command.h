@@ -36,6 +36,9 @@ Runner declare_inventory(CLI::App& verb);
 Runner declare_spd(CLI::App& verb);
 Runner declare_fru(CLI::App& verb);
 Runner declare_machine(CLI::App& verb);
+Runner declare_status(CLI::App& verb);
 Runner declare_log(CLI::App& verb);
+Runner declare_history(CLI::App& verb);
+Runner declare_simulate(CLI::App& verb);
 
 }  // namespace vpdd::cli

@@ -29,11 +29,25 @@ constexpr auto all_commands = std::to_array<Command>({
      "  vpdctl machine --server ddr5-2s --oem\n"
      "  vpdctl machine --server ddr4-2s --json | jq -r .UUID\n",
      declare_machine},
+    {"status", "Show which components are there, and since when",
+     "Builds the component cache, restores the components' status from the activity log,\n"
+     "reads the FRUs again and looks which are there. What has come, gone or been replaced\n"
+     "since the last time is written to the activity log and to the change history.\n"
+     "\n"
+     "Memory devices (entity id 0x20) are never logged: they appear here, but neither in\n"
+     "`vpdctl log` nor in `vpdctl history`, and it is not known since when they are there.\n"
+     "\n"
+     "/flash and /tmp, where the library keeps its files, are directories of DIR, in a\n"
+     "mount namespace of vpdctl's own.\n"
+     "\n"
+     "Examples:\n"
+     "  vpdctl status --server ddr5-2s --state DIR\n"
+     "  vpdctl status --server ddr5-2s --state DIR --changed\n"
+     "  vpdctl status --server ddr5-2s --state DIR --json | jq '.Components[].Presence'\n",
+     declare_status},
     {"log", "Show or empty the activity log",
      "The log has an entry for each component that was installed or removed, oldest\n"
-     "first; `vpdctl status` writes it. It is DIR/flash/data0/component_activity.log,\n"
-     "which the library sees as /flash/data0/component_activity.log in a mount namespace\n"
-     "of vpdctl's own.\n"
+     "first; `vpdctl status` writes it, to DIR/flash/data0/component_activity.log.\n"
      "\n"
      "Memory devices (entity id 0x20) are never logged: see them in `vpdctl status`.\n"
      "\n"
@@ -42,6 +56,26 @@ constexpr auto all_commands = std::to_array<Command>({
      "  vpdctl log --state DIR --json | jq '.Entries[-1]'\n"
      "  vpdctl log --state DIR --clean --yes\n",
      declare_log},
+    {"history", "Show in sentences what has changed",
+     "What `vpdctl status` found out, oldest first, from DIR/change_history.sqlite: which\n"
+     "component was installed, removed or replaced, when, and its serial number.\n"
+     "\n"
+     "Memory devices (entity id 0x20) are never recorded: see them in `vpdctl status`.\n"
+     "\n"
+     "Examples:\n"
+     "  vpdctl history --state DIR\n"
+     "  vpdctl history --state DIR --json | jq '.Changes[] | select(.Event == \"Replaced\")'\n",
+     declare_history},
+    {"simulate", "Pull, insert or swap a component of a described server",
+     "What is pulled answers that it is not present, and a processor's sensor no longer\n"
+     "detects it; insert brings it back; swap puts a part with another serial number in\n"
+     "its place. Later commands with the same --state see the server so; FILE stays.\n"
+     "\n"
+     "Examples:\n"
+     "  vpdctl simulate swap \"CPU 2\" --server ddr5-2s --state DIR\n"
+     "  vpdctl simulate pull 71 --server ddr5-2s --state DIR\n"
+     "  vpdctl simulate insert \"Fan 2\" --server ddr5-2s --state DIR\n",
+     declare_simulate},
     {"spd", "Decode a saved SPD image of a memory module",
      "FILE holds the module's SPD bytes from byte 0 on, raw or as the text of a hex dump\n"
      "(xxd, hexdump -C). DDR3, DDR4, DDR5 and NVDIMM images are decoded.\n"

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/cached_records.h"
 #include "cli/json_output.h"
 #include "cli/terminal.h"
 #include "orva_vpdd.h"
@@ -16,14 +17,6 @@ namespace vpdd::cli {
 struct UnreadComponent {
     ComponentVpdRecord record;
     std::string reason;
-};
-
-/// A configuration variable that the library published.
-struct PublishedVariable {
-    std::string name;
-    std::string value;
-    bool is_number;
-    int32_t number;
 };
 
 struct Inventory {

@@ -28,13 +28,6 @@ struct Arguments {
     SessionOptions session;
 };
 
-/// What the entry says of its component at its time.
-std::string event_text(const ComponentVpdRecord& entry) {
-    const std::string presence = presence_text(entry.status);
-    if (presence == "present") return "installed";
-    return presence == "absent" ? "removed" : presence;
-}
-
 void print_entries(std::ostream& out, const Entries& entries, const Style& style) {
     if (entries.empty()) {
         out << "The activity log is empty.\n";

@@ -10,6 +10,7 @@
 #include <iostream>
 #include <stdexcept>
 
+#include "cli/command.h"
 #include "cli/display_text.h"
 #include "cli/input_file.h"
 #include "orva_vpdd.h"
@@ -84,6 +85,16 @@ void ServerSession::open_text(const std::string& text) {
     if (vpdd_host_open_text(text.data(), text.size(), nullptr, &host_options_, error.data(), error.size()) != 0) {
         throw std::runtime_error(displayable(error.data()));
     }
+}
+
+VpddHostChangedFru ServerSession::change_fru(VpddHostChange change, const std::string& fru, const char* serial_number) {
+    constexpr int impossible = -2;
+    ErrorText error{};
+    VpddHostChangedFru changed{};
+    const int result = vpdd_host_change_fru(change, fru.c_str(), serial_number, &changed, error.data(), error.size());
+    if (result == impossible) throw WrongUsage(displayable(error.data()));
+    if (result != 0) throw std::runtime_error(displayable(error.data()));
+    return changed;
 }
 
 void ServerSession::enter_private_root() {

@@ -30,6 +30,9 @@ public:
     /// Open the server that a JSON text describes. Throws std::runtime_error.
     void open_text(const std::string& text);
 
+    /// Change the open server for good. Throws WrongUsage when the FRU is not in the state for it.
+    VpddHostChangedFru change_fru(VpddHostChange change, const std::string& fru, const char* serial_number);
+
     /// Give the process a /flash and a /tmp in the state directory, or in memory without one. Throws
     /// std::runtime_error.
     void enter_private_root();

@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
-// The configuration-variable store, and the events that happened: an SQLite database.
+// What a server keeps: the configuration variables, the events that happened, and the FRUs that were pulled or swapped.
 #pragma once
-
-#include <sqlite3.h>
 
 #include <cstdint>
 #include <filesystem>
-#include <memory>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "host/database.h"
 
 namespace vpdd::host {
 
@@ -31,6 +31,13 @@ struct Event {
     int64_t occurred = 0;  ///< seconds since the epoch
 };
 
+/// What became of a FRU of the description.
+struct FruChange {
+    bool is_pulled = false;
+    std::string content;  ///< in place of the description's "content"; empty: the same part
+};
+using FruChanges = std::map<uint8_t, FruChange>;
+
 /// Its functions may be called on any thread.
 class ConfigStore {
 public:
@@ -46,22 +53,13 @@ public:
     bool add_event(const Event& event);
     std::vector<Event> events();
 
+    bool set_fru_change(uint8_t fru_id, const FruChange& change);
+    FruChanges fru_changes();
+
 private:
-    struct Close {
-        void operator()(sqlite3* database) const { sqlite3_close(database); }
-    };
-    struct Finalize {
-        void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
-    };
-    using Statement = std::unique_ptr<sqlite3_stmt, Finalize>;
-
-    void execute(const char* sql);
-    void migrate();
-    Statement prepared(const char* sql);
-
     std::mutex mutex_;
-    std::unique_ptr<sqlite3, Close> database_;
-    Statement get_, set_, list_, add_event_, list_events_;
+    Database database_;
+    Database::Statement get_, set_, list_, add_event_, list_events_, set_fru_, list_frus_;
 };
 
 }  // namespace vpdd::host

@@ -168,8 +168,7 @@ std::vector<Sensor> sensors_of(const Json& list) {
 
 }  // namespace
 
-Description read_description(std::string_view text, const std::filesystem::path& folder) {
-    const Json document = checked_document(text);
+Description read_description(const Json& document, const std::filesystem::path& folder) {
     Description description;
     description.name = document["name"];
     description.iana = document["machine"].value("iana", default_iana);

@@ -51,8 +51,9 @@ struct Description {
     std::vector<Sensor> sensors;
 };
 
-/// @param folder where the files stand that the text names
+/// @param document agrees with the schema
+/// @param folder where the files stand that the document names
 /// @throws DescriptionError
-Description read_description(std::string_view text, const std::filesystem::path& folder);
+Description read_description(const Json& document, const std::filesystem::path& folder);
 
 }  // namespace vpdd::host

@@ -6,11 +6,15 @@
 #include <algorithm>
 #include <cstring>
 
+#include "host/chghist/vpdd_chghist.h"
+#include "host/fru_changes.h"
 #include "host/private_root.h"
 
 namespace vpdd::host {
 
 namespace {
+
+constexpr int impossible = -2;
 
 std::mutex current_mutex;
 std::shared_ptr<Server> current;
@@ -50,11 +54,44 @@ int fail(const std::string& reason, char* error, std::size_t error_size) {
     return -1;
 }
 
+/// The change history goes to the directory of the server that is open.
+void use(const std::shared_ptr<Server>& server) {
+    const std::filesystem::path directory = server ? server->options.state_directory : std::filesystem::path();
+    vpdd_chghist_use_directory(directory.empty() ? nullptr : directory.c_str());
+    make_current(server);
+}
+
+Description changed_description(Json document, const FruChanges& changes, const std::filesystem::path& folder) {
+    apply_changes(changes, document);
+    return read_description(document, folder);
+}
+
+ChangedFru change_fru(Server& server, VpddHostChange change, const char* fru, const char* serial_number) {
+    if (server.options.state_directory.empty()) throw std::runtime_error("a change needs a state directory");
+    FruChanges changes = server.store.fru_changes();
+    const auto serial = serial_number != nullptr ? std::optional<std::string>(serial_number) : std::nullopt;
+    ChangedFru changed = changed_fru(server.document, changes, change, fru, serial);
+
+    changes[changed.fru_id] = changed.change;
+    Json document = server.document;
+    apply_changes(changes, document);
+    read_description(checked_document(document.dump()), server.folder);  // a serial number may be none
+    if (!server.store.set_fru_change(changed.fru_id, changed.change))
+        throw std::runtime_error("the change is not kept");
+    use(std::make_shared<Server>(server.document, server.folder, server.options));
+    return changed;
+}
+
+template <std::size_t Size>
+void put_text(char (&to)[Size], const std::string& text) {
+    to[text.copy(to, Size - 1)] = '\0';
+}
+
 /// Makes the described server the current one; the errors of its description begin with `prefix`.
 int open(std::string_view text, const std::filesystem::path& folder, const VpddHostOptions* options,
          const std::string& prefix, char* error, std::size_t error_size) try {
     vpdd_host_close();
-    make_current(std::make_shared<Server>(read_description(text, folder), options_of(options)));
+    use(std::make_shared<Server>(checked_document(text), folder, options_of(options)));
     return 0;
 } catch (const DescriptionError& reason) {
     return fail(prefix + reason.what(), error, error_size);
@@ -90,11 +127,13 @@ bool ReadProgress::is_first_read(uint8_t fru_id) {
     return true;
 }
 
-Server::Server(Description server_description, Options server_options)
-    : description(std::move(server_description)),
+Server::Server(Json server_document, std::filesystem::path server_folder, Options server_options)
+    : document(std::move(server_document)),
+      folder(std::move(server_folder)),
       options(std::move(server_options)),
-      system_vpd(description.system_vpd),
       store(store_path(options.state_directory)),
+      description(changed_description(document, store.fru_changes(), folder)),
+      system_vpd(description.system_vpd),
       trace_files(options.state_directory) {}
 
 std::shared_ptr<Server> current_server() {
@@ -125,7 +164,28 @@ extern "C" int vpdd_host_open_text(const char* text, size_t length, const char* 
     return open({text, length}, folder != nullptr ? folder : "", options, "", error, error_size);
 }
 
-extern "C" void vpdd_host_close(void) { make_current(nullptr); }
+extern "C" void vpdd_host_close(void) { use(nullptr); }
+
+extern "C" int vpdd_host_change_fru(VpddHostChange change, const char* fru, const char* serial_number,
+                                    VpddHostChangedFru* changed, char* error, size_t error_size) try {
+    const auto server = current_server();
+    if (!server || fru == nullptr) return fail("no server is open, or no FRU given", error, error_size);
+    const ChangedFru result = change_fru(*server, change, fru, serial_number);
+    if (changed == nullptr) return 0;
+    changed->fru_id = result.fru_id;
+    put_text(changed->name, result.name);
+    put_text(changed->old_serial_number, result.old_serial_number);
+    put_text(changed->new_serial_number, result.new_serial_number);
+    return 0;
+} catch (const ImpossibleChange& reason) {
+    fail(reason.what(), error, error_size);
+    return impossible;
+} catch (const DescriptionError& reason) {
+    fail(reason.what(), error, error_size);
+    return impossible;
+} catch (const std::exception& reason) {
+    return fail(reason.what(), error, error_size);
+}
 
 extern "C" int vpdd_host_enter_private_root(const char* state_directory, char* error, size_t error_size) try {
     enter_private_root(created_directory(state_directory));

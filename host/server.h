@@ -35,13 +35,16 @@ private:
 
 class Server {
 public:
+    /// @param server_document agrees with the schema
     /// @throws std::exception
-    Server(Description server_description, Options server_options);
+    Server(Json server_document, std::filesystem::path server_folder, Options server_options);
 
-    const Description description;
+    const Json document;  ///< without the changes in the store
+    const std::filesystem::path folder;
     const Options options;
-    SystemVpd system_vpd;
     ConfigStore store;
+    const Description description;
+    SystemVpd system_vpd;
     TraceFiles trace_files;
     ReadProgress read_progress;
 };

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // sleep() and usleep() in the server's time: they stand before those of the C library.
-#include "host/sleep.h"
-
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,15 +12,7 @@ namespace vpdd::host {
 
 namespace {
 
-/// Seconds left of those asked for, when a signal ended the sleep.
-double sleep_scaled(double seconds) {
-    const auto server = current_server();
-    const double factor = server ? server->options.sleep_factor : 1;
-    return factor > 0 ? sleep_really(seconds * factor) / factor : 0;
-}
-
-}  // namespace
-
+/// In real time, whatever the server's sleep factor. @return what is left when a signal ended it, in seconds
 double sleep_really(double seconds) {
     double whole = 0;
     const double fraction = std::modf(seconds, &whole);
@@ -31,6 +21,15 @@ double sleep_really(double seconds) {
     if (clock_nanosleep(CLOCK_MONOTONIC, 0, &duration, &left) != EINTR) return 0;
     return static_cast<double>(left.tv_sec) + static_cast<double>(left.tv_nsec) / 1e9;
 }
+
+/// Seconds left of those asked for, when a signal ended the sleep.
+double sleep_scaled(double seconds) {
+    const auto server = current_server();
+    const double factor = server ? server->options.sleep_factor : 1;
+    return factor > 0 ? sleep_really(seconds * factor) / factor : 0;
+}
+
+}  // namespace
 
 }  // namespace vpdd::host
 

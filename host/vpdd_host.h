@@ -53,8 +53,9 @@ typedef void (*VpddHostProgress)(void* context, uint8_t fru_id, uint32_t number,
 
 /** All zero is a good choice: nothing is kept, nobody sleeps, messages go to the process-wide sink. */
 typedef struct VpddHostOptions {
-    const char* state_directory; /**< configuration store and trace file; created if missing; null: in memory only */
-    double sleep_factor;         /**< sleeps last this many times what was asked for: 0 not at all, 1 real time */
+    const char*
+        state_directory; /**< what is kept; created if missing; null: in memory, or where the environment says */
+    double sleep_factor; /**< sleeps last this many times what was asked for: 0 not at all, 1 real time */
     VpddHostMessageSink message; /**< null: the sink of vpdd_host_set_message_sink() */
     void* message_context;
     VpddHostProgress progress; /**< may be null */
@@ -79,6 +80,33 @@ int vpdd_host_open_text(const char* text, size_t length, const char* folder, con
 
 /** @brief Close the server; none open is fine. */
 void vpdd_host_close(void);
+
+/* ---- What happens to the open server ---------------------------------------------------------------------------- */
+
+typedef enum VpddHostChange {
+    VPDD_HOST_PULL,   /**< the FRU answers 0xCB from now on; a processor's sensor no longer detects its presence */
+    VPDD_HOST_INSERT, /**< what was pulled comes back */
+    VPDD_HOST_SWAP    /**< another part of the same kind, with a serial number of its own */
+} VpddHostChange;
+
+/** The FRU that was changed. Serial numbers are empty where there is none. */
+typedef struct VpddHostChangedFru {
+    uint8_t fru_id;
+    char name[17];
+    char old_serial_number[64]; /**< of the part that is gone */
+    char new_serial_number[64]; /**< of the part that is there now */
+} VpddHostChangedFru;
+
+/**
+ * @brief Change the open server: its state directory keeps the change, and it applies whenever a description is opened
+ *        with that directory. The server is opened anew, so that writes to its system VPD are lost.
+ * @param fru the FRU's id in decimal, or its name
+ * @param serial_number of the part that VPDD_HOST_SWAP brings; null: the one that follows the present one
+ * @param changed out: may be null
+ * @return 0; -1 for a failure; -2 when there is no such FRU, or it is not in the state for this change
+ */
+int vpdd_host_change_fru(VpddHostChange change, const char* fru, const char* serial_number, VpddHostChangedFru* changed,
+                         char* error, size_t error_size);
 
 /**
  * @brief Give this process /flash and /tmp of its own, for good: the library keeps files at fixed paths there.

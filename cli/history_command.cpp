@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+
+#include "cli/change_sentences.h"
+#include "cli/command.h"
+#include "cli/common_options.h"
+#include "cli/display_text.h"
+#include "cli/input_file.h"
+#include "cli/json_output.h"
+#include "cli/time_text.h"
+
+namespace vpdd::cli {
+
+namespace {
+
+struct Arguments {
+    bool json = false;
+    std::string state_directory;
+};
+
+int collect(void* context, const VpddChange* change) {
+    static_cast<std::vector<VpddChange>*>(context)->push_back(*change);
+    return 0;
+}
+
+std::vector<Change> read_changes(const std::string& directory) {
+    if (!std::filesystem::is_directory(directory)) throw BadInput(displayable(directory) + ": is no directory");
+    std::vector<VpddChange> rows;
+    vpdd_chghist_use_directory(directory.c_str());
+    if (vpdd_chghist_each_change(collect, &rows) != 0) {
+        throw std::runtime_error(displayable(directory) + ": the change history cannot be read");
+    }
+    return changes_in(rows);
+}
+
+/// To the minute.
+std::string time_text(int64_t seconds) {
+    constexpr std::size_t length = std::string_view("2026-11-20 10:31").size();
+    return local_time_text(seconds).substr(0, length);
+}
+
+void print_changes(std::ostream& out, const std::vector<Change>& changes) {
+    if (changes.empty()) out << "Nothing has changed.\n";
+    for (const Change& change : changes) {
+        out << time_text(change.time) << ' ' << displayable(sentence(change)) << '\n';
+    }
+}
+
+Json change_json(const Change& change) {
+    const ChangeHistoryRecord& row = change.row;
+    Json object{{"Time", utc_time_text(change.time)},
+                {"Event", happening_name(change.happening)},
+                {"Name", field_text(row.name)},
+                {"EntityInstance", row.entity_instance}};
+    const auto add = [&](const char* name, const std::string& text) {
+        if (!text.empty()) object[name] = text;
+    };
+    add("SerialNumber", field_text(row.serial_number));
+    add("PreviousSerialNumber", change.previous_serial);
+    add("PartNumber", field_text(row.part_number));
+    add("Manufacturer", field_text(row.mfg_id));
+    add("BoardCustomField", field_text(row.board_extra));
+    object["Text"] = sentence(change);
+    return object;
+}
+
+Json changes_json(const std::vector<Change>& changes) {
+    Json list = Json::array();
+    for (const Change& change : changes) list.push_back(change_json(change));
+    return {{"Changes", std::move(list)}};
+}
+
+ExitCode run(const Arguments& arguments) {
+    const std::vector<Change> changes = read_changes(arguments.state_directory);
+    if (arguments.json) {
+        print_json(std::cout, changes_json(changes));
+    } else {
+        print_changes(std::cout, changes);
+    }
+    return ExitCode::ok;
+}
+
+}  // namespace
+
+Runner declare_history(CLI::App& verb) {
+    auto arguments = std::make_shared<Arguments>();
+    add_state_option(verb, arguments->state_directory, "The state directory whose history is meant")->required();
+    add_json_option(verb, arguments->json);
+    return [arguments] { return run(*arguments); };
+}
+
+}  // namespace vpdd::cli

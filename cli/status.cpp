@@ -1,0 +1,184 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cli/status.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <ostream>
+#include <stdexcept>
+
+#include "cli/activity_log.h"
+#include "cli/cached_records.h"
+#include "cli/display_text.h"
+#include "cli/entity_names.h"
+#include "cli/fru_diagnosis.h"
+#include "cli/library_output.h"
+#include "cli/table.h"
+#include "cli/time_text.h"
+
+namespace vpdd::cli {
+
+namespace {
+
+using Records = std::vector<ComponentVpdRecord>;
+
+constexpr int restore_from_log = 0;
+constexpr int poll_presence = 1;
+
+// The results of UpdateComponentVPDCache() after which the cache stands.
+constexpr int updated = 0;
+constexpr int smbios_unreadable = 64;
+constexpr int fru_unreadable = -10;
+
+constexpr const char* unchanged = "unchanged";
+
+void update_status(int mode) {
+    const int result = UpdateComponentStatus(mode);
+    if (result != 0) {
+        throw std::runtime_error("the components' status cannot be updated: result " + std::to_string(result));
+    }
+}
+
+/// Whether everything could be read.
+bool update_cache() {
+    const int result = UpdateComponentVPDCache();
+    if (result != updated && result != smbios_unreadable && result != fru_unreadable) {
+        throw std::runtime_error("the component cache cannot be updated: result " + std::to_string(result));
+    }
+    return result == updated;
+}
+
+Records all_cached() { return cached_records(published_variables()); }
+
+/// The last thing that the log knows of a component, or null.
+const ComponentVpdRecord* newest_entry(const Records& log, const ComponentVpdRecord& record) {
+    const auto same = [&](const ComponentVpdRecord& entry) { return entry.fru_id == record.fru_id; };
+    const auto found = std::find_if(log.rbegin(), log.rend(), same);
+    return found != log.rend() ? &*found : nullptr;
+}
+
+Identity identity_of(const ComponentVpdRecord& record, const Records& log) {
+    const bool was_read = record.is_cached != 0 || record.serial_number[0] != '\0';
+    const ComponentVpdRecord* entry = was_read ? nullptr : newest_entry(log, record);
+    return identity(entry != nullptr ? *entry : record);
+}
+
+std::string change_between(const ComponentVpdRecord& before, const ComponentVpdRecord& after) {
+    if (before.status != after.status) return event_text(after);
+    if (before.crc == after.crc) return unchanged;
+    // The same processor with other data keeps its time.
+    return before.timestamp == after.timestamp ? "data changed" : "replaced";
+}
+
+/// Empty for a component that was read, and for one that is not there.
+std::string why_there_but_unread(const ComponentVpdRecord& record) {
+    uint32_t size = 0;
+    const bool is_there = record.is_cached == 0 && read_fru_size(record.fru_id, &size) != VPDD_IPMI_NOT_PRESENT;
+    return is_there ? why_unread(record) : "";
+}
+
+ComponentStatus status_of(const ComponentVpdRecord& before, const ComponentVpdRecord& after, const Records& log) {
+    ComponentStatus status{after, identity_of(after, log), {}, {}, after.entity_id != entity_memory_device};
+    if (status.is_logged) status.change = change_between(before, after);
+    status.remark = why_there_but_unread(after);
+    return status;
+}
+
+/// The library does not install what it cannot read.
+std::string presence_of(const ComponentStatus& component) {
+    return component.remark.empty() ? presence_text(component.record.status) : "not read";
+}
+
+std::string since(const ComponentStatus& component, std::string (*to_text)(int64_t)) {
+    const bool is_known = component.is_logged && component.record.timestamp != 0;
+    return is_known ? to_text(component.record.timestamp) : "";
+}
+
+bool is_shown(const ComponentStatus& component, bool only_changes) {
+    return !only_changes || (component.is_logged && component.change != unchanged);
+}
+
+std::size_t count_with(const ServerStatus& status, const std::string& presence) {
+    const auto has = [&](const ComponentStatus& component) { return presence_of(component) == presence; };
+    return static_cast<std::size_t>(std::count_if(status.components.begin(), status.components.end(), has));
+}
+
+std::size_t count_changed(const ServerStatus& status) {
+    const auto changed = [](const ComponentStatus& component) { return is_shown(component, true); };
+    return static_cast<std::size_t>(std::count_if(status.components.begin(), status.components.end(), changed));
+}
+
+Json component_status_json(const ComponentStatus& component) {
+    const ComponentVpdRecord& record = component.record;
+    Json object{{"FruId", record.fru_id},
+                {"Name", field_text(record.name)},
+                {"EntityId", record.entity_id},
+                {"EntityInstance", record.entity_instance},
+                {"Presence", presence_of(component)},
+                {"Logged", component.is_logged}};
+    const auto add = [&](const char* name, const std::string& text) {
+        if (!text.empty()) object[name] = text;
+    };
+    add("Status", component.change);
+    add("Since", since(component, utc_time_text));
+    add("SerialNumber", component.who.serial_number);
+    add("PartNumber", component.who.part_number);
+    add("Reason", component.remark);
+    return object;
+}
+
+}  // namespace
+
+ServerStatus take_status(std::ostream* log) {
+    ServerStatus status;
+    const LibraryOutput kept_apart(log);
+    update_status(restore_from_log);
+    status.is_complete = update_cache();
+    const Records before = all_cached();
+    update_status(poll_presence);
+    const Records after = all_cached();
+    const Records entries = read_activity_log();
+    for (std::size_t place = 0; place < after.size() && place < before.size(); ++place) {
+        status.components.push_back(status_of(before[place], after[place], entries));
+    }
+    return status;
+}
+
+void print_status(std::ostream& out, const ServerStatus& status, bool only_changes, const Style& style) {
+    out << "  " << status.components.size() << " components: " << count_with(status, "present") << " present, "
+        << count_with(status, "absent") << " absent";
+    for (const char* presence : {"not read", "no sensor"}) {
+        const std::size_t count = count_with(status, presence);
+        if (count > 0) out << ", " << count << ' ' << presence;
+    }
+    out << "; " << count_changed(status) << " changed\n";
+
+    Table table({{"FRU", Align::right}, {"Name"}, {"Presence"}, {"Status"}, {"Since"}, {"Serial number"}, {"Reason"}},
+                2);
+    for (const ComponentStatus& component : status.components) {
+        if (!is_shown(component, only_changes)) continue;
+        const ComponentVpdRecord& record = component.record;
+        table.add({std::to_string(record.fru_id), field_text(record.name), presence_of(component),
+                   component.is_logged ? component.change : "not logged", since(component, local_time_text),
+                   component.who.serial_number, component.remark});
+    }
+    if (table.empty()) return;
+    out << '\n';
+    table.print(out, style);
+}
+
+Json status_json(const ServerStatus& status, bool only_changes) {
+    Json components = Json::array();
+    for (const ComponentStatus& component : status.components) {
+        if (is_shown(component, only_changes)) components.push_back(component_status_json(component));
+    }
+    return {{"Components", std::move(components)},
+            {"Totals",
+             {{"Components", status.components.size()},
+              {"Present", count_with(status, "present")},
+              {"Absent", count_with(status, "absent")},
+              {"NotRead", count_with(status, "not read")},
+              {"NoSensor", count_with(status, "no sensor")},
+              {"Changed", count_changed(status)}}}};
+}
+
+}  // namespace vpdd::cli

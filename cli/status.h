@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+// Which components of the open server are there, and what has changed since somebody looked last.
+#pragma once
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "cli/component.h"
+#include "cli/json_output.h"
+#include "cli/server_session.h"
+#include "cli/terminal.h"
+
+namespace vpdd::cli {
+
+struct ComponentStatus {
+    ComponentVpdRecord record;  ///< as the cache has it after the poll
+    Identity who;               ///< of a part that is gone: as the activity log has it
+    std::string change;         ///< since the last time; empty for what is not logged
+    std::string remark;         ///< why the component was not read
+    bool is_logged = true;
+};
+
+struct ServerStatus {
+    std::vector<ComponentStatus> components;
+    bool is_complete = true;  ///< every FRU that is there was read
+};
+
+/// Restores, updates and polls. The server is open, in a private root, and its cache stands. Throws std::runtime_error.
+ServerStatus take_status(std::ostream* log);
+
+/// @param only_changes leave out what is as it was
+void print_status(std::ostream& out, const ServerStatus& status, bool only_changes, const Style& style);
+Json status_json(const ServerStatus& status, bool only_changes);
+
+}  // namespace vpdd::cli

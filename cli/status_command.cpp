@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <CLI/CLI.hpp>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "cli/command.h"
+#include "cli/common_options.h"
+#include "cli/status.h"
+
+namespace vpdd::cli {
+
+namespace {
+
+struct Arguments {
+    std::string server;
+    bool json = false;
+    bool only_changes = false;
+    SessionOptions session;
+};
+
+ExitCode run(const Arguments& arguments) {
+    ServerSession session(arguments.session);
+    session.open_file(arguments.server);
+    session.enter_private_root();
+    session.create_cache();
+    const ServerStatus status = take_status(session.log());
+    if (arguments.json) {
+        print_json(std::cout, status_json(status, arguments.only_changes));
+    } else {
+        print_status(std::cout, status, arguments.only_changes, output_style());
+    }
+    return status.is_complete ? ExitCode::ok : ExitCode::incomplete;
+}
+
+}  // namespace
+
+Runner declare_status(CLI::App& verb) {
+    auto arguments = std::make_shared<Arguments>();
+    add_server_option(verb, arguments->server);
+    add_state_option(verb, arguments->session.state_directory, "Where the activity log and the change history are kept")
+        ->required();
+    verb.add_flag("--changed", arguments->only_changes, "Show only what has changed since the last time");
+    add_json_option(verb, arguments->json);
+    add_session_options(verb, arguments->session);
+    return [arguments] { return run(*arguments); };
+}
+
+}  // namespace vpdd::cli
