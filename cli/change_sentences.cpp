@@ -53,17 +53,16 @@ bool same_serial(const ChangeHistoryRecord& one, const ChangeHistoryRecord& othe
 }
 
 /// The time of a removal is when it was found out. The library announces a replacement as the removal of the old part,
-/// at the time of that part's installation, and the installation of the new one.
+/// at the time of that part's installation, and in the same pass the installation of the new one.
 bool begins_replacement(const VpddChange& removal, const Place& place) {
     constexpr int64_t tolerance = 1;  // second: the log puts the new part one second behind the old one
     const VpddChange* next = place.next();
     if (removal.row.status != status_removed || next == nullptr || next->row.status != status_installed) return false;
-    const bool is_late = removal.recorded - removal.row.time > tolerance;
+    if (removal.process != next->process) return false;
     const VpddChange* before = place.before();
-    if (before == nullptr) return is_late;
+    if (before == nullptr) return removal.recorded - removal.row.time > tolerance;
     const int64_t distance = int64_t{removal.row.time} - before->row.time;
-    const bool has_old_time = distance >= 0 && distance <= tolerance;
-    return has_old_time && (is_late || !same_serial(removal.row, next->row));
+    return distance >= 0 && distance <= tolerance;
 }
 
 Change replacement(const ChangeHistoryRecord& old_part, const ChangeHistoryRecord& new_part) {

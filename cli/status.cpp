@@ -47,8 +47,6 @@ bool update_cache() {
     return result == updated;
 }
 
-Records all_cached() { return cached_records(published_variables()); }
-
 /// The last thing that the log knows of a component, or null.
 const ComponentVpdRecord* newest_entry(const Records& log, const ComponentVpdRecord& record) {
     const auto same = [&](const ComponentVpdRecord& entry) { return entry.fru_id == record.fru_id; };
@@ -62,11 +60,25 @@ Identity identity_of(const ComponentVpdRecord& record, const Records& log) {
     return identity(entry != nullptr ? *entry : record);
 }
 
-std::string change_between(const ComponentVpdRecord& before, const ComponentVpdRecord& after) {
-    if (before.status != after.status) return event_text(after);
-    if (before.crc == after.crc) return unchanged;
-    // The same processor with other data keeps its time.
-    return before.timestamp == after.timestamp ? "data changed" : "replaced";
+/// The cache and the activity log at one time.
+struct Snapshot {
+    Records cache = cached_records(published_variables());
+    Records log = read_activity_log();
+};
+
+/// The same processor with other data keeps its entry in the log, and the entry its time.
+bool has_new_entry(const ComponentVpdRecord& record, const Records& before, const Records& after) {
+    const ComponentVpdRecord* former = newest_entry(before, record);
+    const ComponentVpdRecord* entry = newest_entry(after, record);
+    return entry != nullptr && (former == nullptr || former->timestamp != entry->timestamp);
+}
+
+std::string change_of(const ComponentVpdRecord& record, const Snapshot& before, const Snapshot& after) {
+    const auto same = [&](const ComponentVpdRecord& other) { return other.fru_id == record.fru_id; };
+    const auto former = std::ranges::find_if(before.cache, same);
+    if (former == before.cache.end() || former->status != record.status) return event_text(record);
+    if (former->crc == record.crc) return unchanged;
+    return has_new_entry(record, before.log, after.log) ? "replaced" : "data changed";
 }
 
 /// Empty for a component that was read, and for one that is not there.
@@ -76,10 +88,13 @@ std::string why_there_but_unread(const ComponentVpdRecord& record) {
     return is_there ? why_unread(record) : "";
 }
 
-ComponentStatus status_of(const ComponentVpdRecord& before, const ComponentVpdRecord& after, const Records& log) {
-    ComponentStatus status{after, identity_of(after, log), {}, {}, after.entity_id != entity_memory_device};
-    if (status.is_logged) status.change = change_between(before, after);
-    status.remark = why_there_but_unread(after);
+ComponentStatus status_of(const ComponentVpdRecord& record, const Snapshot& before, const Snapshot& after) {
+    ComponentStatus status{record,
+                           identity_of(record, after.log),
+                           {},
+                           why_there_but_unread(record),
+                           record.entity_id != entity_memory_device};
+    if (status.is_logged) status.change = change_of(record, before, after);
     return status;
 }
 
@@ -133,13 +148,10 @@ ServerStatus take_status(std::ostream* log) {
     const LibraryOutput kept_apart(log);
     update_status(restore_from_log);
     status.is_complete = update_cache();
-    const Records before = all_cached();
+    const Snapshot before;
     update_status(poll_presence);
-    const Records after = all_cached();
-    const Records entries = read_activity_log();
-    for (std::size_t place = 0; place < after.size() && place < before.size(); ++place) {
-        status.components.push_back(status_of(before[place], after[place], entries));
-    }
+    const Snapshot after;
+    for (const ComponentVpdRecord& record : after.cache) status.components.push_back(status_of(record, before, after));
     return status;
 }
 

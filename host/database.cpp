@@ -23,7 +23,7 @@ int wait_and_retry(void*, int attempt) {
 
 }  // namespace
 
-Database::Database(const std::filesystem::path& path, std::span<const char* const> steps) : name_(path.filename()) {
+Database::Database(const std::filesystem::path& path, std::span<const char* const> steps) : name_(path.string()) {
     sqlite3* database = nullptr;
     const int result = sqlite3_open(path.empty() ? ":memory:" : path.c_str(), &database);
     database_.reset(database);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host/chghist/change_store.h"
 
+#include <unistd.h>
+
 #include <cstring>
 #include <ctime>
 #include <stdexcept>
@@ -14,7 +16,8 @@ namespace {
 // A row's texts have columns of their own for people with an SQL shell; `raw` is the row as it came.
 constexpr char create_tables[] = R"sql(
     CREATE TABLE changes(
-        number INTEGER PRIMARY KEY, recorded INTEGER NOT NULL, time INTEGER NOT NULL, status INTEGER NOT NULL,
+        number INTEGER PRIMARY KEY, recorded INTEGER NOT NULL, process INTEGER NOT NULL, time INTEGER NOT NULL,
+        status INTEGER NOT NULL,
         name TEXT NOT NULL, serial_number TEXT NOT NULL, part_number TEXT NOT NULL, maker TEXT NOT NULL,
         board_extra TEXT NOT NULL, entity_instance INTEGER NOT NULL, raw BLOB NOT NULL);
     CREATE TABLE components(
@@ -25,9 +28,9 @@ constexpr char create_tables[] = R"sql(
 constexpr const char* steps[] = {create_tables};
 
 constexpr char insert_sql[] =
-    "INSERT INTO changes(recorded, time, status, name, serial_number, part_number, maker, board_extra,"
-    " entity_instance, raw) VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10)";
-constexpr char list_sql[] = "SELECT number, recorded, raw FROM changes ORDER BY number";
+    "INSERT INTO changes(recorded, process, time, status, name, serial_number, part_number, maker, board_extra,"
+    " entity_instance, raw) VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11)";
+constexpr char list_sql[] = "SELECT number, recorded, process, raw FROM changes ORDER BY number";
 constexpr char set_component_sql[] =
     "INSERT INTO components(name, serial_number, change, record) VALUES(?1, ?2, last_insert_rowid(), ?3)"
     " ON CONFLICT(name, serial_number) DO UPDATE SET change = excluded.change, record = excluded.record";
@@ -66,6 +69,7 @@ void ChangeStore::insert(const ChangeHistoryRecord& row) {
     Transaction transaction(database_);
     const bool inserted = Run(insert_)
                               .bind(int64_t{std::time(nullptr)})
+                              .bind(int64_t{getpid()})
                               .bind(row.time)
                               .bind(row.status)
                               .bind(text(row.name))
@@ -86,7 +90,8 @@ void ChangeStore::insert(const ChangeHistoryRecord& row) {
 std::vector<VpddChange> ChangeStore::changes() {
     std::vector<VpddChange> changes;
     for (Run run(list_); run.next_row();) {
-        changes.push_back({run.integer(0), run.integer(1), record_of<ChangeHistoryRecord>(run.bytes(2))});
+        changes.push_back(
+            {run.integer(0), run.integer(1), run.integer(2), record_of<ChangeHistoryRecord>(run.bytes(3))});
     }
     return changes;
 }

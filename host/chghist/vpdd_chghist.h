@@ -25,6 +25,7 @@ extern "C" {
 typedef struct VpddChange {
     int64_t number;   /**< rows count from 1 in the order in which they were stored */
     int64_t recorded; /**< when it was stored, seconds since the Unix epoch */
+    int64_t process;  /**< id of the process that stored it */
     ChangeHistoryRecord row;
 } VpddChange;
 

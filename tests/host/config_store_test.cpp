@@ -191,7 +191,8 @@ TEST(ConfigStore, InAFileOfAnotherKindIsRefused) {
     const TemporaryFolder folder;
     folder.write("configuration.sqlite", "this is no database, and it is longer than a header of one has to be");
 
-    EXPECT_EQ(refusal_with_state_in(folder.c_str()), "configuration store: file is not a database");
+    EXPECT_EQ(refusal_with_state_in(folder.c_str()),
+              folder.file("configuration.sqlite").string() + ": file is not a database");
 }
 
 TEST(ConfigStore, RecordsEvents) {

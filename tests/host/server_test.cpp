@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <dlfcn.h>
+
 #include <atomic>
 #include <thread>
 
@@ -92,6 +94,13 @@ TEST(Server, DescriptionsStandInTheServerFolder) {
 
     for (const char* name : {"ddr3-small.json", "ddr4-2s.json", "ddr5-2s.json", "schema.json"})
         EXPECT_TRUE(std::filesystem::exists(folder / name)) << folder / name;
+}
+
+TEST(Server, BringsTheChangeHistoryThatTheLibraryLoadsByItsName) {
+    void* const handle = dlopen("liborvadb_chghist.so", RTLD_LAZY | RTLD_NOLOAD);
+
+    EXPECT_NE(handle, nullptr) << "the library's constructor has loaded it";
+    EXPECT_EQ(vpdd_load_chghist_lib(), 1);
 }
 
 }  // namespace
