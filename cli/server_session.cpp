@@ -97,7 +97,7 @@ VpddHostChangedFru ServerSession::change_fru(VpddHostChange change, const std::s
     return changed;
 }
 
-void ServerSession::enter_private_root() {
+void ServerSession::enter_private_root() const {
     ErrorText error{};
     if (vpdd_host_enter_private_root(host_options_.state_directory, error.data(), error.size()) != 0) {
         throw std::runtime_error(displayable(error.data()));

@@ -35,7 +35,7 @@ public:
 
     /// Give the process a /flash and a /tmp in the state directory, or in memory without one. Throws
     /// std::runtime_error.
-    void enter_private_root();
+    void enter_private_root() const;
 
     /// Where the library's messages go; null: nowhere.
     std::ostream* log() const { return log_; }

@@ -21,8 +21,11 @@ struct Arguments {
     SessionOptions session;
 };
 
-const std::map<std::string, VpddHostChange> actions = {
-    {"pull", VPDD_HOST_PULL}, {"insert", VPDD_HOST_INSERT}, {"swap", VPDD_HOST_SWAP}};
+const std::map<std::string, VpddHostChange>& actions() {
+    static const std::map<std::string, VpddHostChange> all = {
+        {"pull", VPDD_HOST_PULL}, {"insert", VPDD_HOST_INSERT}, {"swap", VPDD_HOST_SWAP}};
+    return all;
+}
 
 std::string serial_text(const char* serial_number) {
     return *serial_number == '\0' ? "no serial number" : std::string("serial ") + serial_number;
@@ -40,7 +43,7 @@ std::string what_happened(VpddHostChange change, const VpddHostChangedFru& fru) 
 }
 
 ExitCode run(const Arguments& arguments) {
-    const VpddHostChange change = actions.at(arguments.action);
+    const VpddHostChange change = actions().at(arguments.action);
     const bool has_serial = !arguments.serial_number.empty();
     if (has_serial && change != VPDD_HOST_SWAP) throw WrongUsage("--serial is for swap only");
 
@@ -59,7 +62,7 @@ Runner declare_simulate(CLI::App& verb) {
     verb.add_option("ACTION", arguments->action, "pull, insert or swap")
         ->required()
         ->type_name("")
-        ->check(CLI::IsMember(&actions).description(""));
+        ->check(CLI::IsMember(&actions()).description(""));
     verb.add_option("FRU", arguments->fru, "Name or id of the FRU")->required()->type_name("");
     add_server_option(verb, arguments->server);
     add_state_option(verb, arguments->session.state_directory, "Where the change is kept")->required();
