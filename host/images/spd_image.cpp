@@ -75,11 +75,12 @@ void set_bits(Bytes& image, const BitField& field, unsigned code) {
 /// Deliberately not the library's own: the images test that one.
 uint16_t crc_of(std::span<const uint8_t> bytes) {
     uint16_t crc = 0;
-    for (const uint8_t byte : bytes)
+    for (const uint8_t byte : bytes) {
         for (unsigned bit = 0x80; bit != 0; bit >>= 1U) {
             const bool feedback = ((crc & 0x8000U) != 0) != ((byte & bit) != 0);
             crc = static_cast<uint16_t>(crc << 1U ^ (feedback ? 0x1021U : 0U));
         }
+    }
     return crc;
 }
 

@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 /*
  * A program that is not position independent reaches the library's data through copies in its own image. What it writes
- * there the library must read, and what the library writes it must see. The few platform functions that this needs are
+ * there the library must read, and what the library writes it must see. The few platform functions that it reaches are
  * its own.
  */
 #include <stdarg.h>
