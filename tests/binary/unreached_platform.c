@@ -1,7 +1,7 @@
 /* SPDX-License-Identifier: Apache-2.0 */
 /*
- * The platform functions that no call of the program reaches. The library is bound whole when it is loaded, so they must
- * be there; without their headers, since nothing of them but the name matters.
+ * The platform functions that no call of the program reaches. The library is bound whole when it is loaded, so they
+ * must be there; without their headers, since nothing of them but the name matters.
  */
 #include <stdlib.h>
 
