@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <syslog.h>
+
+#include "daemon/exit_code.h"
+#include "daemon/loading.h"
+#include "daemon/messages.h"
+#include "daemon/pauses.h"
+
+namespace {
+
+using namespace vpdd::daemon;
+
+int run(int count, char** arguments) {
+    Options options;
+    int exit_code = exit_ok;
+    if (!parse_options(count, arguments, options, exit_code)) return exit_code;
+    set_log_level(options.log_level);
+    try {
+        const VpddPlatformLibrary& platform = load_platform(options.platform);
+        set_pauses_last(options.real_time || platform.waits_in_real_time != 0);
+        return load_daemon()(options, platform, {end_pauses, write_message});
+    } catch (const LoadError& error) {
+        write_message(LOG_ERR, ("the platform \"" + options.platform + "\" cannot be loaded: " + error.what()).c_str());
+        return exit_no_platform;
+    }
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+    try {
+        return run(count, arguments);
+    } catch (const std::exception& error) {
+        write_message(LOG_ERR, error.what());
+        return exit_no_platform;
+    }
+}
