@@ -147,6 +147,20 @@ static_assert(offsetof(SmbiosTypeGroup, entries) == sizeof(void*));
 static_assert(offsetof(SmbiosTypeGroup, next) == 2 * sizeof(void*));
 static_assert(offsetof(SmbiosTable, groups) == 0);
 
+static_assert(sizeof(DimmSlotMapRow) == 20);
+static_assert(offsetof(DimmSlotMapRow, socket) == 0);
+static_assert(offsetof(DimmSlotMapRow, controller) == 4);
+static_assert(offsetof(DimmSlotMapRow, channel) == 8);
+static_assert(offsetof(DimmSlotMapRow, dimm_in_channel) == 12);
+static_assert(offsetof(DimmSlotMapRow, slot) == 16);
+// 8 and 12 bytes with pointers of 32 bits, 16 and 24 with pointers of 64.
+static_assert(sizeof(DimmSlotMapRef) == 2 * sizeof(void*));
+static_assert(offsetof(DimmSlotMapRef, rows) == 0);
+static_assert(offsetof(DimmSlotMapRef, count) == sizeof(void*));
+static_assert(sizeof(PlatMemSlot) == 3 * sizeof(void*));
+static_assert(offsetof(PlatMemSlot, platform_id) == 0);
+static_assert(offsetof(PlatMemSlot, map) == sizeof(void*));
+
 static_assert(sizeof(MachineVpdRecord) == 1106);
 static_assert(offsetof(MachineVpdRecord, vpd_version) == 0);
 static_assert(offsetof(MachineVpdRecord, machine_type_model) == 9);

@@ -885,6 +885,73 @@ int vpdd_get_size_speed_from_smbios_by_device_locator(SmbiosTable* table, const 
 /** Non-zero: the look-ups also log their debug messages. */
 extern int vpdd_smbios_debug;
 
+/* ---- DIMM slot maps --------------------------------------------------------------------------------------------- */
+
+/** Where one DIMM slot sits in the memory topology of its board; 20 bytes. The library does not interpret it. */
+typedef struct DimmSlotMapRow {
+    uint32_t socket;          /**< processor socket, from 0 */
+    uint32_t controller;      /**< memory controller within the socket, from 0, in the platform's own numbering */
+    uint32_t channel;         /**< channel within the socket, from 0 */
+    uint32_t dimm_in_channel; /**< position of the slot on its channel, 0 or 1 */
+    uint32_t slot;            /**< slot number, from 1: the row's position in its map plus one */
+} DimmSlotMapRow;
+
+/** A slot map. */
+typedef struct DimmSlotMapRef {
+    const DimmSlotMapRow* rows; /**< in the order of the slots */
+    uint32_t count;             /**< rows, and so slots */
+} DimmSlotMapRef;
+
+/** A platform and its slot map. */
+typedef struct PlatMemSlot {
+    uint32_t platform_id; /**< the upper byte marks a variant: a hardware revision or a number of sockets */
+    DimmSlotMapRef map;
+} PlatMemSlot;
+
+/**
+ * @brief The slot map of the running platform, by the configuration variable "tarn_var_int_platform_id" and the
+ *        environment variables "hw_rev" and "VSK_NUM_SOCKETS".
+ *
+ * With "hw_rev" above 6 it first changes the ids of rows 2 and 3 of platMemSlots to 0x0050002F and 0x00500030, for the
+ * life of the process. It takes no lock: threads that call it at once write the same ids. Only the environment must not
+ * change meanwhile.
+ * @return a map inside platMemSlots, never to be freed; null when the variable cannot be read, or for an unknown id
+ */
+DimmSlotMapRef* GetMemSlot(void);
+
+/** The known platforms, searched in this order; a program may change the rows. */
+extern PlatMemSlot platMemSlots[30];
+
+/** The maps, each by the id of the first platform that has it. */
+extern const DimmSlotMapRow mem_slots_0050005e[16];
+extern const DimmSlotMapRow mem_slots_00500062[32];
+extern const DimmSlotMapRow mem_slots_00500063[32];
+extern const DimmSlotMapRow mem_slots_00500061[32];
+extern const DimmSlotMapRow mem_slots_0050006d[24];
+extern const DimmSlotMapRow mem_slots_00500070[24];
+extern const DimmSlotMapRow mem_slots_00500071[12];
+extern const DimmSlotMapRow mem_slots_00500072[12];
+extern const DimmSlotMapRow mem_slots_01500071[24];
+extern const DimmSlotMapRow mem_slots_01500072[24];
+extern const DimmSlotMapRow mem_slots_0050006c[24];
+extern const DimmSlotMapRow mem_slots_0050006f[24]; /**< of 0x0050008A as well */
+extern const DimmSlotMapRow mem_slots_00500074[64];
+extern const DimmSlotMapRow mem_slots_0050005c[10];
+extern const DimmSlotMapRow mem_slots_00500073[4];
+extern const DimmSlotMapRow mem_slots_00500078[4];
+extern const DimmSlotMapRow mem_slots_00500079[4];
+extern const DimmSlotMapRow mem_slots_00500076[128];
+extern const DimmSlotMapRow mem_slots_04500076[64];
+extern const DimmSlotMapRow mem_slots_02500076[32];
+extern const DimmSlotMapRow mem_slots_00500077[6];
+extern const DimmSlotMapRow mem_slots_0050007a[16];
+extern const DimmSlotMapRow mem_slots_0050007c[12]; /**< of 0x0050007E as well */
+extern const DimmSlotMapRow mem_slots_00500083[16];
+extern const DimmSlotMapRow mem_slots_00500084[4];
+extern const DimmSlotMapRow mem_slots_00500088[2];
+extern const DimmSlotMapRow mem_slots_00500085[32];
+extern const DimmSlotMapRow mem_slots_0050008b[32];
+
 #pragma GCC visibility pop
 
 #ifdef __cplusplus

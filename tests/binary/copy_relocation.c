@@ -9,6 +9,7 @@
 #include <string.h>
 
 #include "orva_vpdd.h"
+#include "platform/configuration.h"
 #include "platform/debug_trace.h"
 #include "platform/system_vpd.h"
 
@@ -40,6 +41,12 @@ int c_vpd_read_field(uint32_t instance, uint32_t id, uint32_t size, uint8_t* buf
     return 1;
 }
 
+int tarn_config_get_int(const char* name, int32_t* value) {
+    (void)name;
+    *value = 0x00ABCDEF;
+    return 1;
+}
+
 static int fails(const char* what) {
     fprintf(stderr, "%s\n", what);
     return 1;
@@ -63,5 +70,10 @@ int main(void) {
     if (isHostMacCache != 1) return fails("the program does not see the library's flag");
     if (strcmp(host_mac_cache[0], "13:13:13:13:13:13") != 0)
         return fails("the program does not see the library's MACs");
+
+    if (GetMemSlot() != NULL) return fails("the slot map of a platform that there is not");
+    platMemSlots[29].platform_id = 0x00ABCDEF;
+    if (GetMemSlot() != &platMemSlots[29].map) return fails("the library does not search the program's platforms");
+    if (platMemSlots[29].map.rows != mem_slots_0050008b) return fails("the program has another copy of the map");
     return 0;
 }
