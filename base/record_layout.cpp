@@ -242,3 +242,16 @@ static_assert(offsetof(StatusList, tail) == sizeof(void*));
 static_assert(offsetof(PciNode, next) == sizeof(void*));
 static_assert(offsetof(PciNode, record) == 2 * sizeof(void*));
 static_assert(offsetof(PciList, tail) == sizeof(void*));
+
+static_assert(sizeof(VpddAllProperties) == 264 + sizeof(void*));
+static_assert(offsetof(VpddAllProperties, type) == 0);
+static_assert(offsetof(VpddAllProperties, length) == 4);
+static_assert(offsetof(VpddAllProperties, path) == 8);
+static_assert(offsetof(VpddAllProperties, value) == 136);
+static_assert(offsetof(VpddAllProperties, next) == 264);
+
+static_assert(sizeof(FirmwareVpd) == 74);
+static_assert(offsetof(FirmwareVpd, name) == 0);
+static_assert(offsetof(FirmwareVpd, build_id) == 22);
+static_assert(offsetof(FirmwareVpd, build_date) == 40);
+static_assert(offsetof(FirmwareVpd, build_version) == 58);

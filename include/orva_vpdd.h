@@ -18,7 +18,8 @@
  *
  * Threads. Functions over caller buffers may run on any thread at once. Functions that use shared state say which mutex
  * guards it. Only vpd_sysvpd_changed_notify_callback() may be cancelled. Lock order: an outer "readonly" mutex before
- * `compvpd_access_mutex`, `g_list_access_mutex` only inside it.
+ * `compvpd_access_mutex`, `g_list_access_mutex` only inside it; `fwvpd_access_mutex`, `compvpd_getstringproperty_mutex`
+ * or `compvpd_getbyteproperty_mutex` before `compvpd_getproperty_mutex`.
  *
  * Layout. Records have the same layout on 32-bit ARM and on 64-bit Linux; only structures that hold pointers differ.
  */
@@ -545,8 +546,10 @@ extern pthread_mutex_t compvpd_readonly_mutex;
 extern pthread_mutex_t compvpd_kiva_readonly_mutex;
 /** `gb_fru_changed_flag`. */
 extern pthread_mutex_t g_fru_changed_flag_mutex;
-/** Property queries. */
-extern pthread_mutex_t compvpd_getproperty_mutex, compvpd_getstringproperty_mutex, compvpd_getbyteproperty_mutex;
+/** Single property queries; innermost of the property locks. */
+extern pthread_mutex_t compvpd_getproperty_mutex;
+/** Outer locks of GetStringPropertyViaVpdd() and GetBytePropertyViaVpdd(). */
+extern pthread_mutex_t compvpd_getstringproperty_mutex, compvpd_getbyteproperty_mutex;
 /** Firmware VPD queries. */
 extern pthread_mutex_t fwvpd_access_mutex;
 /** One machine VPD assembly and the host MAC cache. */
@@ -718,6 +721,119 @@ int vpdd_close_chghist_lib(void);
 int get_chghist_md_data(const ComponentVpdRecord* record, ChangeHistoryRecord* out);
 /** @brief Announce a component's status as a software event. @return the dispatcher's result. */
 int send_swe_vpdd(const ComponentVpdRecord* record);
+
+/* ---- Properties: encoding --------------------------------------------------------------------------------------- */
+
+/*
+ * A property TLV is a head byte and its data. The head's high bits name the type, looked at in this order: 0x80 string
+ * (0x80 + length, 1 to 127 characters, no terminator), 0x10 bytes (0x10 + count, 1 to 15; 0x10 itself: 16), 0x20 words
+ * (count in bits 1 to 3, 16 bits each, least significant byte first), 0x40 a type that is not decoded. The conversions
+ * take no lock. What they allocate is released with `free`; after a failure the pointer output is null.
+ */
+
+/**
+ * @brief Encode a text, of which at most 127 characters are kept. The head holds the length modulo 128.
+ * @param out out: 129 bytes, zero behind the text
+ * @return 0; -1 null argument; -3 no memory
+ */
+int vpdd_string2tlv(const char* text, uint8_t** out);
+
+/**
+ * @brief Encode 1 to 16 bytes.
+ * @param out out: 129 bytes, zero behind the data
+ * @return 0; -1 null argument; -3 no memory; -4 `count` outside 1 to 16
+ */
+int vpdd_byte2tlv(const uint8_t* bytes, uint8_t** out, uint32_t count);
+
+/**
+ * @brief Decode a string. The copy ends at a zero byte in the data.
+ * @param tlv the head and as much data as it announces
+ * @param length_out out: characters that the head announces, also when the copy ended earlier
+ * @return 0; -1 null argument; -2 not a string, or without characters; -3 no memory
+ */
+int vpdd_tlv2string(const uint8_t* tlv, char** out, uint32_t* length_out);
+
+/**
+ * @brief Decode bytes. Of the type bits only 0x10 is looked at.
+ * @param out out: the bytes and a zero byte that is not counted
+ * @return 0; -1 null argument; -2 not bytes; -3 no memory
+ */
+int vpdd_tlv2byte(const uint8_t* tlv, uint8_t** out, uint32_t* length_out);
+
+/**
+ * @brief Decode words. Of the type bits only 0x20 is looked at.
+ * @param out out: exactly the words
+ * @param count_out out: words
+ * @return 0; -1 null argument; -2 not words, or none; -3 no memory
+ */
+int vpdd_tlv2word(const uint8_t* tlv, uint16_t** out, uint32_t* count_out);
+
+/** @brief Type of a TLV. @return 128 string, 16 bytes, 32 words, 64, or 0 for none and for a null pointer. */
+int check_property_type(const uint8_t* tlv);
+
+/**
+ * @brief Data length that a head byte announces.
+ * @param type_out out: as check_property_type()
+ * @return characters, bytes or words; length bits of zero stand for 16 bytes, 8 words, 4 of type 64; 0 for no type, for
+ *         a string without characters and for a null `type_out`
+ */
+uint32_t vpdd_path_size(uint8_t head, uint32_t* type_out);
+
+/* ---- Properties: queries ---------------------------------------------------------------------------------------- */
+
+/**
+ * @brief Read one property of the management controller. Takes no lock; a refusal by the controller is logged unless
+ *        its message equals the last such message of the process.
+ * @param path_tlv a string TLV
+ * @param value_out out: decoded text, bytes or words, released with `free`; null after a failure
+ * @param length_out out: characters, bytes or words; 0 after a failure
+ * @return 0; -1 null argument (outputs untouched) or a value of another type; -2 IPMI failure; -3 the controller
+ * refused or had no value; -4 the value does not decode
+ */
+int vpdd_get_single_property(const uint8_t* path_tlv, void** value_out, uint32_t* length_out);
+
+/**
+ * @brief Read one property by its path text. Holds `compvpd_getproperty_mutex`, up to 900 ms and three requests.
+ * @param value_out, length_out as vpdd_get_single_property()
+ * @return 0 or -1
+ */
+int vpdd_get_property(const char* path, void** value_out, uint32_t* length_out);
+
+/**
+ * @brief Copy a text property without the blanks around it. Holds `compvpd_getstringproperty_mutex` and inside it
+ *        `compvpd_getproperty_mutex`.
+ * @param length_out out: bytes copied, which is the length with the blanks; of a words value the number of words
+ * @param size not used
+ * @param dest zeroed, 128 bytes are enough for any text; receives `*length_out` bytes and no terminator
+ * @return 0 or -1
+ */
+int GetStringPropertyViaVpdd(uint32_t* length_out, uint32_t size, const char* path, void* dest);
+
+/**
+ * @brief Copy a property as it stands. Holds `compvpd_getbyteproperty_mutex` and inside it `compvpd_getproperty_mutex`.
+ * @param length_out, size, dest as GetStringPropertyViaVpdd()
+ * @return 0 or -1
+ */
+int GetBytePropertyViaVpdd(uint32_t* length_out, uint32_t size, const char* path, void* dest);
+
+/** One property of a list; the list is released with freeVpddAllProperites(). */
+typedef struct VpddAllProperties {
+    uint32_t type;      /**< of the value: 16 bytes, 128 string */
+    uint32_t length;    /**< of the value in bytes, as its head announces */
+    char path[128];     /**< NUL-terminated */
+    uint8_t value[128]; /**< a string is NUL-terminated */
+    struct VpddAllProperties* next;
+} VpddAllProperties;
+
+/* ---- Firmware VPD ----------------------------------------------------------------------------------------------- */
+
+/** What is installed of a firmware image, 74 bytes. "*" stands for a value that cannot be read. */
+typedef struct FirmwareVpd {
+    char name[22];          /**< display name */
+    char build_id[18];      /**< at most 16 characters */
+    char build_date[18];    /**< at most 16 characters */
+    char build_version[16]; /**< at most 15 characters */
+} FirmwareVpd;
 
 /* ---- SPD decoding ----------------------------------------------------------------------------------------------- */
 

@@ -7,6 +7,7 @@
 #include "base/log_line.h"
 #include "base/text.h"
 #include "ipmi/field_walk.h"
+#include "ipmi/maker.h"
 
 namespace {
 
@@ -20,9 +21,6 @@ static_assert(sizeof(RecordHeader) == header_size);
 constexpr uint8_t end_of_list = 0x80;
 constexpr uint8_t oem_processor_record = 0xC0;
 constexpr uint32_t oem_processor_decoded = 2;
-
-constexpr uint32_t maker_iana = VPDD_MAKER_IANA;
-constexpr uint32_t iana_size = 3;
 
 RecordHeader read_header(const uint8_t* bytes) {
     RecordHeader header;
@@ -86,19 +84,19 @@ extern "C" int process_multirec(const uint8_t* first_header, ComponentVpdRecord*
 }
 
 extern "C" int process_zelt_oem_cpu_rec(const uint8_t* data, uint32_t length, OemCpuRecord* out) {
-    if (length < iana_size) {
+    if (length < vpdd::maker_iana_size) {
         vpdd::log_text(vpdd::log_warning, "%s - Invalid length encoding.\n", __func__);
         return -1;
     }
     const uint32_t iana = data[0] | static_cast<uint32_t>(data[1]) << 8U | static_cast<uint32_t>(data[2]) << 16U;
-    if (iana != maker_iana) {
+    if (iana != vpdd::maker_iana) {
         vpdd::log_text(vpdd::log_warning, "%s - Unexpected IANA 0x%02X%02X%02X.\n", __func__, data[2], data[1],
                        data[0]);
         return -1;
     }
 
     // Deliberate: the bound lies three bytes before the record's end.
-    vpdd::FieldWalk walk(data + iana_size, data + length - iana_size, data + length);
+    vpdd::FieldWalk walk(data + vpdd::maker_iana_size, data + length - vpdd::maker_iana_size, data + length);
     const vpdd::WalkedField index = walk.next();
     if (index.type == vpdd::field_binary && index.length == 1) out->index = static_cast<uint8_t>(index.data[0]);
 

@@ -12,6 +12,8 @@ namespace vpdd {
 
 inline constexpr uint8_t netfn_app = 0x06;
 inline constexpr uint8_t netfn_storage = 0x0A;
+inline constexpr uint8_t netfn_oem_group = 0x2E;  // the first three data bytes are the maker's number
+inline constexpr uint8_t netfn_oem = 0x3A;
 
 inline constexpr uint8_t ipmi_ok = 0x00;
 inline constexpr uint8_t ipmi_not_present = 0xCB;  // IPMI 2.0, table 5-2
@@ -19,11 +21,11 @@ inline constexpr uint8_t ipmi_not_present = 0xCB;  // IPMI 2.0, table 5-2
 /// Room for the longest answer: completion code, returned count and 255 bytes of data.
 using IpmiResponse = std::array<uint8_t, 1 + 1 + 255 + 1>;
 
-template <std::size_t Capacity>
-IpmiRequest make_request(uint8_t netfn, uint8_t cmd, std::span<const uint8_t> data,
-                         std::array<uint8_t, Capacity>& response) {
-    return {data.data(), response.data(), static_cast<uint32_t>(data.size()), static_cast<int32_t>(Capacity), netfn,
-            cmd};
+inline IpmiRequest make_request(uint8_t netfn, uint8_t cmd, std::span<const uint8_t> data,
+                                std::span<uint8_t> response) {
+    return {
+        data.data(), response.data(), static_cast<uint32_t>(data.size()), static_cast<int32_t>(response.size()), netfn,
+        cmd};
 }
 
 }  // namespace vpdd

@@ -5,7 +5,6 @@
 
 namespace {
 
-constexpr uint8_t netfn_oem = 0x3A;
 constexpr uint8_t cmd_read_system_vpd = 0x0B;
 
 enum MachineClass : int { read_failed = 0, standard_machine = 1, oem_machine = 2, unrecognised = 3 };
@@ -22,7 +21,7 @@ extern "C" int read_POSID_ext() {
     // Offset of the POS id extension, least significant byte first, the command's constant, and the byte count.
     static constexpr std::array<uint8_t, 4> data{0x0A, 0x00, 0x10, 0x02};
     std::array<uint8_t, 32> response{};
-    IpmiRequest request = vpdd::make_request(netfn_oem, cmd_read_system_vpd, data, response);
+    IpmiRequest request = vpdd::make_request(vpdd::netfn_oem, cmd_read_system_vpd, data, response);
     if (ipmi_cmd_retry(&request) != 0) return read_failed;
     return machine_class(response[1], response[2]);  // behind the completion code
 }
