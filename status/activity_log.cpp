@@ -2,25 +2,27 @@
 #include "status/activity_log.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
-#include <array>
+#include <cerrno>
 #include <ctime>
 
 #include "base/heap.h"
 #include "base/log_line.h"
-#include "platform/messages.h"
+#include "status/log_backup.h"
 
 namespace {
 
-constexpr char backup_path[] = "/flash/data0/component_activity.log.backup";
+constexpr char log_folder[] = "/flash/data0";
 
 constexpr int most_entries = 250;
 constexpr int not_loaded = -1;
 constexpr int no_memory = -6;
 constexpr int seek_failed = -32;
 
-enum HandleFlag : int { back_up = 0, discard_backup = 1, recover = 2 };
+constexpr int writer_attempts = 300;
+constexpr useconds_t writer_pause = 100000;  // microseconds
 
 /// False for an entry that was damaged on flash.
 bool has_right_crc(const ComponentVpdRecord& entry) {
@@ -31,12 +33,18 @@ bool has_right_crc(const ComponentVpdRecord& entry) {
     return false;
 }
 
-int load(const char* path, StatusList& list) {
+/// Where a load ended.
+struct LoadEnd {
+    int result;     // the entries loaded, or why there are none
+    bool is_whole;  // all that the file holds was looked at; a missing file holds nothing
+};
+
+LoadEnd load(const char* path, StatusList& list) {
     const vpdd::File file(std::fopen(path, "r"));
-    if (file == nullptr) return not_loaded;
+    if (file == nullptr) return {not_loaded, errno == ENOENT};
     if (std::fseek(file.get(), 0, SEEK_SET) != 0) {
         vpdd::log_line(vpdd::log_warning, "log_inventory", "fseek failed\n");
-        return seek_failed;
+        return {seek_failed, false};
     }
     int count = 0;
     // What opens but cannot be read, a folder for one, ends the load too. A partial entry at the end is ignored.
@@ -45,30 +53,27 @@ int load(const char* path, StatusList& list) {
         if (std::fread(&entry, 1, sizeof entry, file.get()) < sizeof entry) continue;
         if (!has_right_crc(entry)) continue;
         auto node = vpdd::allocate_zeroed<StatusNode>();
-        if (node == nullptr) return no_memory;
+        if (node == nullptr) return {no_memory, false};
         node->entry = entry;
         insert_status_node_last(&list, node.release());
         ++count;
     }
-    return count;
+    return {count, std::ferror(file.get()) == 0};
 }
 
-int count_valid_entries(const char* path) {
+LoadEnd count_valid_entries(const char* path) {
     vpdd::LoadedLog list;
     return load(path, list);
 }
 
-int run(const char* command) {
-    vpdd::log_line(vpdd::log_info, "log_handle", "Run command:%s.\n", command);
-    return proc_system(command);
-}
+enum class CutRewrite { keep_log, keep_backup, cannot_be_told };
 
-bool backup_exists() { return access(backup_path, F_OK) == 0; }
-
-/// The backup must be on the device before the log is truncated.
-void flush_backup() {
-    const vpdd::ScopedFd fd(open(backup_path, O_RDONLY | O_CLOEXEC));
-    if (fd.get() >= 0) fsync(fd.get());
+/// Whichever has more valid entries is kept, once both can be read.
+CutRewrite compare_with_backup() {
+    const LoadEnd backup = count_valid_entries(vpdd::activity_log_backup);
+    const LoadEnd log = count_valid_entries(vpdd::activity_log);
+    if (!backup.is_whole || !log.is_whole) return CutRewrite::cannot_be_told;
+    return backup.result > log.result ? CutRewrite::keep_backup : CutRewrite::keep_log;
 }
 
 const StatusNode* newest_open_entry(const StatusList& list, uint8_t fru_id) {
@@ -94,22 +99,48 @@ void write_replacement(vpdd::LogRewrite& rewrite, const StatusList& list, Compon
 
 namespace vpdd {
 
-bool LogRewrite::begin(StatusList& list, int loaded) {
-    log_handle(back_up);
-    flush_backup();
+SoleWriter::SoleWriter() : folder_(open(log_folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    for (int attempt = 0; folder_.get() >= 0 && attempt < writer_attempts; ++attempt) {
+        if (flock(folder_.get(), LOCK_EX | LOCK_NB) == 0) return;
+        usleep(writer_pause);
+    }
+}
+
+SoleWriter::~SoleWriter() {
+    // By itself, since a child that was forked meanwhile keeps the descriptor.
+    if (folder_.get() >= 0) flock(folder_.get(), LOCK_UN);
+}
+
+bool LogRewrite::load(StatusList& list) {
+    // The backup of a rewrite that was cut short must not be overwritten before it has been put back.
+    if (backup_exists()) {
+        const CutRewrite cut = compare_with_backup();
+        if (cut == CutRewrite::cannot_be_told) return false;
+        if (cut == CutRewrite::keep_backup && !put_backup_back()) return false;
+    }
+    const LoadEnd end = ::load(activity_log, list);
+    loaded_ = end.result;
+    return end.result >= 0 && end.is_whole;
+}
+
+bool LogRewrite::begin(StatusList& list) {
+    if (!make_backup(list)) {
+        log_line(log_info, function_, "ERROR:Fail to back up log file(%s).\n", activity_log);
+        return false;
+    }
     file_.reset(std::fopen(activity_log, "w+"));
     if (file_ == nullptr) {
         log_line(log_info, function_, "ERROR:Fail to create/open log file(%s).\n", activity_log);
-        log_handle(recover);
+        put_backup_back();
         return false;
     }
-    for (; loaded >= most_entries; --loaded) remove_status_node(&list, list.head);
+    for (; loaded_ >= most_entries; --loaded_) remove_status_node(&list, list.head);
 
     // Deliberate: the lock is taken only now that the file has been truncated.
     if (vpdd_file_lock_wait(&lock_) >= 0) return true;
     log_line(log_info, function_, "ERROR:Fail to operate file lock.\n");
     file_.reset();
-    log_handle(recover);
+    put_backup_back();
     return false;
 }
 
@@ -118,28 +149,44 @@ void LogRewrite::write(const StatusList& list) {
 }
 
 bool LogRewrite::end() {
-    // A flush that failed while the entries were written shows only in the stream's error flag.
-    FILE* const file = file_.get();
-    const bool is_on_device = std::fflush(file) == 0 && std::ferror(file) == 0 && fsync(fileno(file)) == 0;
+    const bool is_written = is_on_device(file_.get());
     file_.reset();
     vpdd_file_unlock(lock_);
-    log_handle(is_on_device ? discard_backup : recover);
-    return is_on_device;
+    if (is_written) {
+        discard_backup();
+    } else {
+        put_backup_back();
+    }
+    return is_written;
+}
+
+bool is_on_device(FILE* file) {
+    // A flush that failed while the entries were written shows only in the stream's error flag.
+    return std::fflush(file) == 0 && std::ferror(file) == 0 && fsync(fileno(file)) == 0;
 }
 
 bool rewrite_was_cut() { return backup_exists(); }
 
 void recover_cut_rewrite() {
+    const SoleWriter writer;  // whose backup is not that of a rewrite under way
     if (!backup_exists()) return;
-    const bool backup_has_more = count_valid_entries(backup_path) > count_valid_entries(activity_log);
-    log_handle(backup_has_more ? recover : discard_backup);
+    switch (compare_with_backup()) {
+        case CutRewrite::keep_backup:
+            put_backup_back();
+            break;
+        case CutRewrite::keep_log:
+            discard_backup();
+            break;
+        case CutRewrite::cannot_be_told:
+            break;  // both stay for the next restore
+    }
 }
 
 }  // namespace vpdd
 
 extern "C" int log_inventory(StatusList* list) {
     if (list == nullptr) return not_loaded;
-    return load(vpdd::activity_log, *list);
+    return load(vpdd::activity_log, *list).result;
 }
 
 extern "C" void log_write_node(FILE* stream, const ComponentVpdRecord* record) {
@@ -152,10 +199,8 @@ extern "C" void log_write_node(FILE* stream, const ComponentVpdRecord* record) {
 extern "C" void log_update(const ComponentVpdRecord* record, int mode) {
     if (record == nullptr) return;
     vpdd::LoadedLog list;
-    const int loaded = log_inventory(&list);
-    if (loaded < 0) return;
     vpdd::LogRewrite rewrite(__func__);
-    if (!rewrite.begin(list, loaded)) return;
+    if (!rewrite.load(list) || !rewrite.begin(list)) return;
     rewrite.write(list);
     if (mode == 1) {
         write_replacement(rewrite, list, *record);
@@ -163,27 +208,4 @@ extern "C" void log_update(const ComponentVpdRecord* record, int mode) {
         rewrite.write(*record);
     }
     rewrite.end();
-}
-
-extern "C" int log_handle(int flag) {
-    std::array<char, 256> command{};
-    switch (flag) {
-        case back_up:
-            std::snprintf(command.data(), command.size(), "/bin/cp -f %s %s", vpdd::activity_log, backup_path);
-            break;
-        case discard_backup:
-            std::snprintf(command.data(), command.size(), "/bin/rm -f %s", backup_path);
-            break;
-        case recover:
-            if (!backup_exists()) {
-                vpdd::log_line(vpdd::log_info, __func__, "There is no backup hardware activity log.");
-                return -1;
-            }
-            vpdd::log_line(vpdd::log_info, __func__, "INFO:Recover hardware activity log(%s).\n", vpdd::activity_log);
-            std::snprintf(command.data(), command.size(), "/bin/mv %s %s", backup_path, vpdd::activity_log);
-            break;
-        default:
-            return -1;
-    }
-    return run(command.data());
 }

@@ -11,6 +11,7 @@
 namespace vpdd {
 
 inline constexpr char activity_log[] = "/flash/data0/component_activity.log";
+inline constexpr char activity_log_backup[] = "/flash/data0/component_activity.log.backup";
 
 /// Bytes of an entry that its CRC covers: the component's identity.
 inline constexpr uint32_t crc_covered = offsetof(ComponentVpdRecord, crc);
@@ -21,15 +22,31 @@ inline uint32_t crc_of(const ComponentVpdRecord& record) {
 
 using LoadedLog = OwnedList<StatusList>;
 
-/// One rewrite of the whole log: backup, truncation, lock, entries, and the end of the backup. A rewrite that ends
-/// early puts the backup back.
+/// Holds off every other rewrite of the log, of other processes and threads, while it lives: the lock of readers and
+/// writers is taken only after a rewrite has loaded the log and truncated it. A wait of 30 seconds is given up, so that
+/// a caller who holds that lock already stays no longer.
+class SoleWriter {
+public:
+    SoleWriter();
+    ~SoleWriter();
+    SoleWriter(const SoleWriter&) = delete;
+    SoleWriter& operator=(const SoleWriter&) = delete;
+
+private:
+    ScopedFd folder_;
+};
+
+/// One rewrite of the whole log: load, backup, truncation, lock, entries, and the end of the backup. A rewrite that
+/// ends early puts the backup back.
 class LogRewrite {
 public:
     /// `function` is the operation that the messages name.
     explicit LogRewrite(const char* function) : function_(function) {}
 
-    /// Makes room in `list` for one more entry, and the file ready. False when the log was put back as it was.
-    bool begin(StatusList& list, int loaded);
+    /// Loads what is to be rewritten. False when not all of it can be read.
+    bool load(StatusList& list);
+    /// Makes room in `list` for one more entry, and the file ready. False when the log was left or put back as it was.
+    bool begin(StatusList& list);
     void write(const ComponentVpdRecord& entry) { log_write_node(file_.get(), &entry); }
     void write(const StatusList& list);
     /// False when the entries did not reach the device and the log was put back as it was.
@@ -37,14 +54,20 @@ public:
 
 private:
     const char* function_;
+    SoleWriter sole_writer_;
     File file_;
+    int loaded_ = 0;
     int lock_ = -1;
 };
+
+/// Writes out what the stream and the kernel still hold.
+bool is_on_device(FILE* file);
 
 /// Whether a backup is left from a rewrite that did not come to its end.
 bool rewrite_was_cut();
 
-/// Finishes a rewrite that a loss of power cut short: keeps whichever of log and backup has more valid entries.
+/// Finishes a rewrite that a loss of power cut short: keeps whichever of log and backup has more valid entries. Leaves
+/// both while one of them cannot be read.
 void recover_cut_rewrite();
 
 }  // namespace vpdd

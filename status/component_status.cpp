@@ -365,8 +365,8 @@ extern "C" int UpdateHardwareActivityLog(const ComponentVpdRecord* record) {
         return -1;
     }
     vpdd::LoadedLog log;
-    const int loaded = log_inventory(&log);
-    if (loaded < 0) {
+    vpdd::LogRewrite rewrite(__func__);
+    if (!rewrite.load(log)) {
         log_text(vpdd::log_info, "[%s]: log_inventory FAILED!!\n", __func__);
         return -1;
     }
@@ -375,8 +375,7 @@ extern "C" int UpdateHardwareActivityLog(const ComponentVpdRecord* record) {
         node->entry = *record;
         break;
     }
-    vpdd::LogRewrite rewrite(__func__);
-    if (!rewrite.begin(log, loaded)) return -1;
+    if (!rewrite.begin(log)) return -1;
     rewrite.write(log);
     return rewrite.end() ? 0 : -1;
 }

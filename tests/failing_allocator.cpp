@@ -3,6 +3,7 @@
 
 #include <link.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -18,9 +19,17 @@ namespace {
 
 struct AddressRange {
     std::atomic<uintptr_t> first{0}, end{0};
+
+    bool holds(uintptr_t address) const { return address >= first && address < end; }
 };
 
-AddressRange library;
+/// The code of the library, and of those that allocate for it.
+struct Code {
+    std::string_view file_name;
+    AddressRange range{};
+};
+std::array<Code, 3> codes{{{"liborva_vpdd.so"}, {"/libc.so.6"}, {"/ld-linux-x86-64.so.2"}}};
+std::atomic<std::size_t> watched_codes{0};
 std::atomic<bool> watching{false};
 std::atomic<std::size_t> allocation_count{0};
 std::atomic<std::size_t> failing_number{0};
@@ -32,20 +41,24 @@ std::mutex live_mutex;
 std::array<void*, 65536> live{};
 std::size_t live_count = 0;
 
-int find_library(dl_phdr_info* object, std::size_t, void*) {
-    if (!std::string_view(object->dlpi_name).ends_with("liborva_vpdd.so")) return 0;
-    for (std::size_t i = 0; i < object->dlpi_phnum; ++i) {
-        const auto& segment = object->dlpi_phdr[i];
-        if (segment.p_type != PT_LOAD || (segment.p_flags & PF_X) == 0) continue;
-        library.first = object->dlpi_addr + segment.p_vaddr;
-        library.end = library.first + segment.p_memsz;
+int find_code(dl_phdr_info* object, std::size_t, void*) {
+    for (Code& code : codes) {
+        if (!std::string_view(object->dlpi_name).ends_with(code.file_name)) continue;
+        for (std::size_t i = 0; i < object->dlpi_phnum; ++i) {
+            const auto& segment = object->dlpi_phdr[i];
+            if (segment.p_type != PT_LOAD || (segment.p_flags & PF_X) == 0) continue;
+            code.range.first = object->dlpi_addr + segment.p_vaddr;
+            code.range.end = code.range.first + segment.p_memsz;
+        }
     }
-    return 1;
+    return 0;
 }
 
 [[maybe_unused]] bool is_watched(void* caller) {
+    if (!watching) return false;
     const auto address = reinterpret_cast<uintptr_t>(caller);
-    return watching && address >= library.first && address < library.end;
+    const auto holds = [=](const Code& code) { return code.range.holds(address); };
+    return std::any_of(codes.begin(), codes.begin() + watched_codes, holds);
 }
 
 [[maybe_unused]] bool must_fail() {
@@ -77,8 +90,9 @@ int find_library(dl_phdr_info* object, std::size_t, void*) {
 
 }  // namespace
 
-AllocationWatch::AllocationWatch(std::size_t failing, Failing how) {
-    dl_iterate_phdr(find_library, nullptr);
+AllocationWatch::AllocationWatch(std::size_t failing, Failing how, Allocating who) {
+    dl_iterate_phdr(find_code, nullptr);
+    watched_codes = who == Allocating::library ? 1 : codes.size();
     allocation_count = 0;
     failed = false;
     failing_number = failing;

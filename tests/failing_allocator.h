@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Makes allocations of liborva_vpdd.so fail and counts the blocks that it has not given back. Only calls that come
-// straight from the library's code count: a test and the fake platform allocate as they like meanwhile.
+// straight from the library's code count, or also those of the C library: a test and the fake platform allocate as they
+// like meanwhile.
 #pragma once
 
 #include <cstddef>
@@ -25,13 +26,17 @@ inline constexpr bool allocator_can_fail = true;
 
 enum class Failing { once, from_then_on };
 
+/// Whose allocations count. Those of the C library and the loader are made for whoever runs meanwhile: for fopen(),
+/// perror(), localtime_r(), dlopen().
+enum class Allocating { library, library_and_c_library };
+
 /// Watches malloc, calloc, realloc and strdup of the library while it lives. One at a time.
 class AllocationWatch {
 public:
     /// Counts only.
     AllocationWatch() : AllocationWatch(0, Failing::once) {}
     /// Also fails the n-th allocation, counted from 1, with ENOMEM.
-    explicit AllocationWatch(std::size_t failing, Failing how = Failing::once);
+    explicit AllocationWatch(std::size_t failing, Failing how = Failing::once, Allocating who = Allocating::library);
     ~AllocationWatch();
     AllocationWatch(const AllocationWatch&) = delete;
     AllocationWatch& operator=(const AllocationWatch&) = delete;
