@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: Apache-2.0
+// The answers of the IPMI stack and of the SDR repository through a creation, an update and everything else that asks.
+// Input: options, answers (answers.h). Options: bit 0 lets the answers begin again behind their end.
+#include "fuzz/answers.h"
+
+using namespace vpdd::fuzz;
+
+namespace {
+
+/// Enough for a server of a few components; longer inputs only take longer.
+constexpr std::size_t longest_stream = 4096;
+
+/// The first chunk of a DDR5 module's image says that the module has a size: one without ends a creation with a mutex
+/// locked for good.
+void give_size(IpmiAnswer& answer) {
+    constexpr std::size_t image = 2;  // behind completion code and count
+    Bytes& bytes = answer.bytes;
+    if (bytes.size() > image + 2 && bytes[image + 2] == 0x12 && (bytes[image] & 0x70) == 0) bytes[image] |= 0x10;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
+    Input input({data, size});
+    const uint8_t options = input.byte();
+
+    Round round;
+    AnswerReader answers(input.take(longest_stream), (options & 1U) != 0);
+    world().answer_sdr = [&](uint16_t) { return answers.sdr(); };
+    world().answer_ipmi = [&](const IpmiCall&) {
+        IpmiAnswer answer = answers.ipmi();
+        give_size(answer);
+        return answer;
+    };
+    round.create();
+    cached_records();
+    UpdateComponentVPDCache();
+    cached_records();
+    is_ipmi_sensor_ready();
+    read_POSID_ext();
+    Bytes system_vpd(300);
+    readvpd_from_ipmi(static_cast<uint32_t>(system_vpd.size()), system_vpd.data());
+    world() = {};
+    return 0;
+}
