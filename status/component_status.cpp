@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <ctime>
@@ -42,6 +43,11 @@ bool is_processor(const ComponentVpdRecord& record) { return record.entity_id ==
 /// Memory devices are tracked in the cache, but never logged.
 bool is_logged(const ComponentVpdRecord& record) { return record.entity_id != vpdd::entity_memory_device; }
 
+/// What an entry that was read from flash says of its raw bytes may not be true.
+void bound_raw_length(OemCpuRecord& oem_cpu) {
+    oem_cpu.raw_length = std::min<uint32_t>(oem_cpu.raw_length, sizeof oem_cpu.raw);
+}
+
 /// A text of an entry that was read from flash may lack its terminator; in the cache each has one.
 void terminate_texts(ComponentVpdRecord& record) {
     const auto terminate = [](auto& text) { text[sizeof text - 1] = '\0'; };
@@ -74,6 +80,7 @@ void restore_entry(const ComponentVpdRecord& entry, ComponentVpdRecord& record) 
     record = entry;
     record.ppin_dump = ppin_dump;
     terminate_texts(record);
+    bound_raw_length(record.oem_cpu);
 }
 
 /// The slot copy of a processor; null above the highest slot.

@@ -80,6 +80,18 @@ TEST_F(HostileLog, RestoresAnAbsentComponentWithTextsThatEnd) {
     EXPECT_TRUE(messages_end_with_their_fields());
 }
 
+TEST_F(HostileLog, RestoresAnAbsentProcessorWithNoMoreRawBytesThanItHas) {
+    cache({make_cpu(5, 1, "A"), make_cpu(6, 2, "B")});
+    ComponentVpdRecord lying = make_cpu(5, 1, "A", absent);
+    lying.oem_cpu.raw_length = 65;
+    ComponentVpdRecord full = make_cpu(6, 2, "B", absent);
+    full.oem_cpu.raw_length = 64;
+    write_log({lying, full});
+    UpdateComponentStatus(restore_mode);
+    EXPECT_EQ(cached(5)->oem_cpu.raw_length, sizeof(OemCpuRecord::raw));
+    EXPECT_EQ(cached(6)->oem_cpu.raw_length, 64U);
+}
+
 TEST_F(HostileLog, ClosesAVanishedComponent) {
     cache({make_entry(5, "A")});
     write_log({unterminated(make_entry(6, "B"))});
