@@ -27,11 +27,6 @@ void set_type(Bytes& image, uint8_t options, uint8_t type, uint8_t other_type) {
     if ((options & 8U) != 0) image[0] = '0';
 }
 
-/// A module without a size ends a creation with a mutex locked for good: here every module has one.
-void give_size(Bytes& image) {
-    if (image.size() >= 3 && image[2] == type_ddr5 && (image[0] & 0x70) == 0) image[0] |= 0x10;
-}
-
 /// The handlers take 1024 bytes for granted, in a block of exactly that size.
 void handle(Bytes image) {
     image.resize(1024);
@@ -55,7 +50,6 @@ void decode_module(std::span<const uint8_t> bytes, uint8_t type, uint8_t other_t
     const auto rest = input.rest();
     Bytes image(rest.begin(), rest.end());
     set_type(image, options, type, other_type);
-    give_size(image);
     if ((options & 1U) != 0) seal_spd(image);
 
     Round round;

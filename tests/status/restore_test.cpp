@@ -151,6 +151,7 @@ TEST_F(Restore, GivesAnAbsentComponentItsWholeLoggedIdentityButNoAddress) {
     set_text(entry.psu_fw.primary, "1.02");
     set_text(entry.psu_fw.secondary, "2.03");
     for (auto& text : entry.oem_cpu.text) set_text(text, "text");
+    entry.oem_cpu.raw_length = sizeof entry.oem_cpu.raw;
     entry.status = absent;
     entry.ppin_dump = 0xDEADBEEF;
     entry = with_right_crc(entry);
