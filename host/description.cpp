@@ -179,6 +179,7 @@ Description read_description(const Json& document, const std::filesystem::path& 
                              ? named_file(document["smbios"]["raw"], folder, Place("/smbios/raw"))
                              : smbios_table(document);
     description.sensors = sensors_of(document.value("sensors", Json::array()));
+    description.properties = property_tree(document);
     return description;
 }
 

@@ -7,6 +7,7 @@
 #include <set>
 
 #include "host/document.h"
+#include "host/property_tree.h"
 
 namespace vpdd::host {
 
@@ -49,6 +50,7 @@ struct Description {
     std::vector<SdrRecord> sdr;
     Bytes smbios;
     std::vector<Sensor> sensors;
+    PropertyTree properties;
 };
 
 /// @param document agrees with the schema

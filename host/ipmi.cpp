@@ -4,30 +4,14 @@
 #include <array>
 #include <span>
 
+#include "host/ipmi_response.h"
+#include "host/property_commands.h"
 #include "host/server.h"
 #include "platform/ipmi_stack.h"
 
 namespace vpdd::host {
 
 namespace {
-
-// Completion codes, IPMI 2.0 table 5-2.
-constexpr uint8_t completed = 0x00;
-constexpr uint8_t invalid_command = 0xC1;
-constexpr uint8_t request_length_invalid = 0xC7;
-constexpr uint8_t offset_out_of_range = 0xC9;
-constexpr uint8_t too_much_requested = 0xCA;
-constexpr uint8_t not_present = 0xCB;
-constexpr uint8_t invalid_data_field = 0xCC;
-
-constexpr std::size_t response_room = 256;  // bytes, completion code included: what callers provide
-
-using Request = std::span<const uint8_t>;
-
-struct Response {
-    uint8_t completion_code;
-    Bytes data{};
-};
 
 /// The bytes from `offset` on, fewer than `count` at the end.
 std::span<const uint8_t> part_of(std::span<const uint8_t> bytes, std::size_t offset, std::size_t count) {
@@ -110,19 +94,24 @@ struct Command {
     Response (*carry_out)(Server&, Request);
 };
 
+constexpr uint32_t any_length = UINT32_MAX;  // the command looks itself
+
 constexpr std::array commands{
     Command{0x06, 0x01, 0, get_device_id},                // IPMI 2.0 section 20.1
     Command{0x0A, 0x10, 1, get_fru_inventory_area_info},  // section 34.1
     Command{0x0A, 0x11, 4, read_fru_data},                // section 34.2
     Command{0x0A, 0x2C, 1, run_initialization_agent},     // section 33.21
     Command{0x3A, 0x0B, 4, read_system_vpd},              // OEM
+    Command{0x2E, 0x32, any_length, get_property},        // OEM
+    Command{0x3A, 0xC4, any_length, get_properties},      // OEM
 };
 
 Response carry_out(Server& server, uint8_t netfn, uint8_t cmd, Request request) {
     const auto* command =
         std::ranges::find_if(commands, [&](const Command& row) { return row.netfn == netfn && row.cmd == cmd; });
     if (command == commands.end()) return {invalid_command};
-    if (request.size() != command->request_length) return {request_length_invalid};
+    if (command->request_length != any_length && request.size() != command->request_length)
+        return {request_length_invalid};
     return command->carry_out(server, request);
 }
 

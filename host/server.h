@@ -9,6 +9,7 @@
 #include "host/config_store.h"
 #include "host/description.h"
 #include "host/log_messages.h"
+#include "host/property_commands.h"
 #include "host/system_vpd.h"
 #include "host/vpdd_host.h"
 
@@ -47,6 +48,7 @@ public:
     SystemVpd system_vpd;
     TraceFiles trace_files;
     ReadProgress read_progress;
+    PropertyTransfers property_transfers;
 };
 
 /// The open server or null. It lives at least as long as the caller holds it.

@@ -160,7 +160,7 @@ TEST_F(Ddr4Server, IsAMachineWithATenDigitIdentity) {
     EXPECT_STREQ(text(serial_number), "J1FK6RW95");
     EXPECT_STREQ(text(uuid), "5E0A1C2B7D4111EC9A0302005E420000");
     EXPECT_STREQ(text(product_name), "Rack Server ER420");
-    EXPECT_EQ(published()["tarn_var_int_platform_id"], std::to_string(0x00500072));
+    EXPECT_EQ(published()["tarn_var_int_platform_id"], std::to_string(0x00500062));
 }
 
 TEST_F(Ddr5Server, IsCounted) {
