@@ -825,6 +825,36 @@ typedef struct VpddAllProperties {
     struct VpddAllProperties* next;
 } VpddAllProperties;
 
+/**
+ * @brief Read all properties below a key, page by page. Takes no lock: the caller serialises transfers.
+ * @param key_tlv a path (string TLV) or a continuation handle (bytes TLV)
+ * @param data_out out: path and value TLVs one behind the other, released with `free`; null after a failure and when
+ *                 there is nothing below the key
+ * @param length_out out: bytes; 0 after a failure
+ * @return 0; -1 null argument, or whatever failed on a page behind the first, or 4096 pages without an end; -2 IPMI
+ *         failure; -3 unexpected page status, or a page length that an answer cannot have; -5 `key_tlv` is neither
+ *         string nor bytes; -6 no memory
+ */
+int vpdd_get_all_properties(const uint8_t* key_tlv, uint8_t** data_out, uint32_t* length_out);
+
+/**
+ * @brief vpdd_get_all_properties() by a path text.
+ * @return 0 or -1
+ */
+int vpdd_get_properties(const char* path, uint8_t** data_out, uint32_t* length_out);
+
+/**
+ * @brief Turn the data of vpdd_get_all_properties() into a list in the same order.
+ * @param length bytes; nothing behind them is read
+ * @param list_out out: released with freeVpddAllProperites(); null after a failure and for a `length` of 0
+ * @return 0; -1 a TLV without a type or without data, or one that reaches behind `length`; -2 null argument; -3 a TLV
+ *         does not decode; -4 a path that is no string, a value that is neither string nor bytes, or no memory
+ */
+int vpdd_format_all_properties(const uint8_t* data, uint32_t length, VpddAllProperties** list_out);
+
+/** @brief Free a list and set its head to null. Null-safe. */
+void freeVpddAllProperites(VpddAllProperties** head);
+
 /* ---- Firmware VPD ----------------------------------------------------------------------------------------------- */
 
 /** What is installed of a firmware image, 74 bytes. "*" stands for a value that cannot be read. */
@@ -834,6 +864,31 @@ typedef struct FirmwareVpd {
     char build_date[18];    /**< at most 16 characters */
     char build_version[16]; /**< at most 15 characters */
 } FirmwareVpd;
+
+/**
+ * @brief Tell which build of a firmware image is installed. Holds `fwvpd_access_mutex` and inside it, for each
+ * property, `compvpd_getproperty_mutex`; a controller that does not answer costs up to six times 900 ms.
+ * @param size_out out: 74
+ * @param reserved not used
+ * @param image_name "orva", "orva2", "orva3", each also with "_primary" or "_backup"; "orva3_primary_pending", "uefi",
+ *                   "uefi_pending", "qsv", "drvwn", "drvln" or "nexol"; any other name leaves the record zero
+ * @param out zeroed first
+ * @return 0; -1 for a null name or record
+ */
+int GetFirmwareVPD(uint32_t* size_out, uint32_t reserved, const char* image_name, FirmwareVpd* out);
+
+/* ---- Network ports ---------------------------------------------------------------------------------------------- */
+
+/**
+ * @brief Rewrite `host_mac_cache` after a change of the ports' properties and set `isHostMacCache`. Takes no lock: the
+ *        caller serialises calls.
+ * @param path "/ac/zeltc/lom-active": the ports of the system board fill the slots from the first one on, seven at
+ * most.
+ *             "/ac/zeltc/xlom-active": the slots are read from the system VPD, and the ports of the extra module follow
+ *             the last one that is not zero. Any other path changes nothing.
+ * @return 0; -1 for another path, and when a property or a system VPD field could not be used
+ */
+int vpdd_property_change_cache(const char* path);
 
 /* ---- SPD decoding ----------------------------------------------------------------------------------------------- */
 

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "sysvpd/host_macs.h"
+#include "base/host_macs.h"
 
 #include <array>
-#include <cstdio>
 #include <cstring>
 
 #include "base/log_line.h"
@@ -16,7 +15,6 @@ namespace {
 
 constexpr uint32_t first_mac_field = 19;
 constexpr uint32_t mac_field_size = 8;  // the first six bytes are the address
-constexpr std::size_t mac_text_size = 24;
 
 }  // namespace
 
@@ -30,8 +28,7 @@ extern "C" void updateSysvpdMacAddressCache() {
             trace_line(TraceLevel::failure, __func__, "READ MAC %d FAIL", static_cast<int>(number));
             continue;
         }
-        std::snprintf(slot, mac_text_size, "%.2X:%.2X:%.2X:%.2X:%.2X:%.2X", mac[0], mac[1], mac[2], mac[3], mac[4],
-                      mac[5]);
+        assign_mac(slot, mac.data());
     }
     remember_host_macs();  // also when none could be read
 }

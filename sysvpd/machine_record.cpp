@@ -11,7 +11,7 @@
 #include "base/scoped_lock.h"
 #include "base/text.h"
 #include "platform/configuration.h"
-#include "sysvpd/host_macs.h"
+#include "base/host_macs.h"
 
 namespace {
 

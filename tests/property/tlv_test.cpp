@@ -1,20 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <cstdlib>
-#include <memory>
-#include <string>
-
-#include "failing_allocator.h"
-#include "fake_platform.h"
+#include "controller.h"
 
 using namespace vpdd::test;
 
 namespace {
 
 constexpr std::size_t encoded_size = 129;
-
-struct Freed {
-    void operator()(void* block) const { std::free(block); }
-};
 
 /// What a conversion left behind.
 template <class T>
@@ -61,11 +52,7 @@ Bytes counting(std::size_t count) {
     return bytes;
 }
 
-Bytes with_head(uint8_t head, const Bytes& data) {
-    Bytes tlv{head};
-    tlv.insert(tlv.end(), data.begin(), data.end());
-    return tlv;
-}
+Bytes with_head(uint8_t head, const Bytes& data) { return Bytes{head} + data; }
 
 // ---- encoding
 

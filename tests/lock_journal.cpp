@@ -20,6 +20,10 @@ const NamedMutex named_mutexes[] = {
     {&compvpd_readonly_mutex, "compvpd_readonly_mutex"},
     {&compvpd_kiva_readonly_mutex, "compvpd_kiva_readonly_mutex"},
     {&g_fru_changed_flag_mutex, "g_fru_changed_flag_mutex"},
+    {&compvpd_getproperty_mutex, "compvpd_getproperty_mutex"},
+    {&compvpd_getstringproperty_mutex, "compvpd_getstringproperty_mutex"},
+    {&compvpd_getbyteproperty_mutex, "compvpd_getbyteproperty_mutex"},
+    {&fwvpd_access_mutex, "fwvpd_access_mutex"},
 };
 
 std::atomic<bool> noting{false};
