@@ -62,14 +62,19 @@ void declare_platform(CLI::App& app, Options& options) {
 }
 
 void declare_serving(CLI::App& app, Options& options) {
-    app.add_option_function<double>(
-           "--poll",
-           [&options](double seconds) {
-               options.poll_interval = std::chrono::milliseconds(static_cast<int64_t>(seconds * 1000));
-           },
-           "How often it looks which components are there; the default is 5")
+    const auto seconds_into = [](std::chrono::milliseconds& interval) {
+        return
+            [&interval](double seconds) { interval = std::chrono::milliseconds(static_cast<int64_t>(seconds * 1000)); };
+    };
+    app.add_option_function<double>("--poll", seconds_into(options.poll_interval),
+                                    "How often it looks which components are there; the default is 5")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.05, 86400.0).description(""));
+    app.add_option_function<double>("--refresh", seconds_into(options.refresh_interval),
+                                    "How often it reads every FRU again though none is reported as changed; the "
+                                    "default is 300")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.05, 864000.0).description(""));
     app.add_option("--socket-mode", options.socket_mode, "Who may connect: the socket's mode, in octal (0666)")
         ->type_name("MODE")
         ->transform(CLI::Validator(

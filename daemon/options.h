@@ -17,6 +17,7 @@ struct Options {
     uint32_t socket_mode = 0666;
     std::string socket_group;  ///< empty: the daemon's own
     std::chrono::milliseconds poll_interval{5000};
+    std::chrono::milliseconds refresh_interval{300000};
     uint32_t most_clients = 256;
     bool real_time = false;  ///< pauses last also where the platform would skip them
     int log_level = 5;       ///< the least severe that is logged, of `syslog`

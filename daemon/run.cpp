@@ -1,30 +1,192 @@
 // SPDX-License-Identifier: Apache-2.0
+// The daemon's life: platform, socket, inventory, clients, signals, and its words with the service manager.
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <syslog.h>
+#include <systemd/sd-daemon.h>
 
 #include <array>
+#include <csignal>
+#include <ctime>
+#include <system_error>
 
+#include "daemon/answers.h"
 #include "daemon/exit_code.h"
+#include "daemon/keeper.h"
 #include "daemon/program.h"
-#include "orva_vpdd.h"
+#include "daemon/server.h"
+#include "daemon/server_socket.h"
 
 namespace vpdd::daemon {
 
 namespace {
 
-int run(const Options& options, const VpddPlatformLibrary& platform, const Program& program) {
+constexpr std::chrono::milliseconds longest_order{60000};
+constexpr std::chrono::milliseconds longest_stop{15000};
+
+int new_wake_descriptor() {
+    const int fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (fd < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+    return fd;
+}
+
+class Daemon {
+public:
+    Daemon(const Options& options, const VpddPlatformLibrary& platform, const Program& program);
+
+    bool open_platform();
+    int run();
+
+private:
+    void on_wake();
+    void on_request(ClientSession& session, const Request& request, std::size_t room);
+    void on_late(ClientSession& session);
+    void on_reload();
+    void take(const PassResult& result);
+    void answer_pending();
+    void answer_from_holdings(ClientSession& session, const Request& request, std::size_t room);
+    void stop_keeper();
+
+    const Options& options_;
+    const VpddPlatformLibrary& platform_;
+    const Program& program_;
+    bool is_stopping_ = false;
+
+    EventLoop loop_;
+    SignalWatch terminate_{loop_, SIGTERM, [this] { is_stopping_ = true; }};
+    SignalWatch interrupt_{loop_, SIGINT, [this] { is_stopping_ = true; }};
+    SignalWatch hang_up_{loop_, SIGHUP, [this] { on_reload(); }};
+    ServerSocket socket_;
+    const ScopedFd wake_{new_wake_descriptor()};
+    Holdings holdings_;
+    Keeper keeper_;
+    DescriptorWatch wake_watch_{loop_, wake_.get(), EPOLLIN, [this](uint32_t) { on_wake(); }};
+    Server server_;
+};
+
+Daemon::Daemon(const Options& options, const VpddPlatformLibrary& platform, const Program& program)
+    : options_(options),
+      platform_(platform),
+      program_(program),
+      socket_(options.socket_path, options.socket_mode, options.socket_group),
+      keeper_(platform, {options.poll_interval, options.refresh_interval}, program.write_message,
+              [this] { eventfd_write(wake_.get(), 1); }),
+      server_(loop_, socket_.fd(), options.most_clients,
+              {[this](ClientSession& session, const Request& request, std::size_t room) {
+                   on_request(session, request, room);
+               },
+               [this](ClientSession& session) { on_late(session); }}) {
+    holdings_.platform = platform.name;
+    holdings_.started = time(nullptr);
+}
+
+bool Daemon::open_platform() {
     std::vector<VpddPlatformSetting> settings;
-    for (const auto& [key, value] : options.platform_settings) settings.push_back({key.c_str(), value.c_str()});
-    const VpddPlatformReports reports{};
+    for (const auto& [key, value] : options_.platform_settings) settings.push_back({key.c_str(), value.c_str()});
     std::array<char, 1024> error{};
-    if (platform.open(settings.data(), settings.size(), &reports, error.data(), error.size()) != 0) {
-        program.write_message(LOG_ERR, error.data());
-        return exit_no_platform;
+    if (platform_.open(settings.data(), settings.size(), &keeper_.reports(), error.data(), error.size()) == 0) {
+        return true;
     }
-    const int created = CreateComponentVPDCache();
-    program.write_message(LOG_NOTICE, created == 0 ? "the component cache stands" : "no component cache");
-    DestroyComponentVPDCache();
-    platform.close();
-    return created == 0 ? exit_ok : exit_no_cache;
+    program_.write_message(LOG_ERR, error.data());
+    return false;
+}
+
+int Daemon::run() {
+    loop_.keep_watchdog();
+    keeper_.start();
+    while (!is_stopping_ && !keeper_.has_failed()) {
+        loop_.run_once();
+        server_.reap();
+    }
+    sd_notify(0, "STOPPING=1\nSTATUS=Ending");
+    stop_keeper();
+    return keeper_.has_failed() ? exit_no_cache : exit_ok;
+}
+
+/// A platform function that never returns must not keep the process for ever.
+void Daemon::stop_keeper() {
+    keeper_.begin_stop();
+    program_.end_pauses();
+    if (keeper_.wait_for_stop(longest_stop)) {
+        platform_.close();
+        return;
+    }
+    program_.write_message(LOG_ERR, "the platform does not come back: ending without it");
+    socket_.remove();
+    _exit(exit_ok);
+}
+
+void Daemon::on_wake() {
+    eventfd_t ignored = 0;
+    eventfd_read(wake_.get(), &ignored);
+    for (const PassResult& result : keeper_.take()) take(result);
+    answer_pending();
+}
+
+void Daemon::take(const PassResult& result) {
+    const bool is_first = holdings_.inventory == nullptr;
+    holdings_.inventory = result.inventory;
+    holdings_.feed.add(result.changes);
+    const std::size_t components = result.inventory->components.size();
+    if (is_first) {
+        const std::string text = "serving " + std::to_string(components) + " components at " + options_.socket_path;
+        program_.write_message(LOG_NOTICE, text.c_str());
+    }
+    if (is_first || result.is_reload_done) sd_notify(0, "READY=1");
+    if (is_first || !result.changes.empty()) {
+        sd_notifyf(0, "STATUS=%zu components, %llu changes since the start", components,
+                   static_cast<unsigned long long>(holdings_.feed.newest()));
+    }
+}
+
+void Daemon::answer_pending() {
+    if (!holdings_.inventory) return;
+    server_.each_pending([this](ClientSession& session) {
+        const ClientSession::Pending pending = *session.pending();
+        const bool is_news =
+            pending.request.subject == Subject::changes && holdings_.feed.newest() > pending.request.sequence;
+        const bool is_carried_out = is_privileged(pending.request.subject) && holdings_.inventory->pass >= pending.pass;
+        if (is_news || is_carried_out) answer_from_holdings(session, pending.request, pending.room);
+    });
+}
+
+void Daemon::answer_from_holdings(ClientSession& session, const Request& request, std::size_t room) {
+    holdings_.clients = server_.client_count();
+    session.answer(answer(holdings_, request, room));
+}
+
+void Daemon::on_request(ClientSession& session, const Request& request, std::size_t room) {
+    ++holdings_.requests;
+    if (is_privileged(request.subject)) {
+        const auto order = request.subject == Subject::refresh ? Keeper::Order::refresh : Keeper::Order::clean_log;
+        return session.wait({request, room, keeper_.order(order)}, longest_order);
+    }
+    const bool has_nothing_new = holdings_.inventory && holdings_.feed.newest() <= request.sequence;
+    if (request.subject == Subject::changes && request.wait > 0 && has_nothing_new) {
+        return session.wait({request, room, 0}, std::chrono::seconds(request.wait));
+    }
+    answer_from_holdings(session, request, room);
+}
+
+void Daemon::on_late(ClientSession& session) {
+    const ClientSession::Pending pending = *session.pending();
+    if (pending.request.subject != Subject::changes) return session.answer(refusal(VPDD_REPLY_TOO_LATE));
+    answer_from_holdings(session, pending.request, pending.room);
+}
+
+void Daemon::on_reload() {
+    sd_notify(0, "RELOADING=1");
+    keeper_.order(Keeper::Order::reload);
+}
+
+int run(const Options& options, const VpddPlatformLibrary& platform, const Program& program) {
+    try {
+        Daemon daemon(options, platform, program);
+        return daemon.open_platform() ? daemon.run() : exit_no_platform;
+    } catch (const SocketError& error) {
+        program.write_message(LOG_ERR, error.what());
+        return exit_no_socket;
+    }
 }
 
 }  // namespace

@@ -35,6 +35,8 @@ struct Event {
 struct FruChange {
     bool is_pulled = false;
     std::string content;  ///< in place of the description's "content"; empty: the same part
+
+    bool operator==(const FruChange&) const = default;
 };
 using FruChanges = std::map<uint8_t, FruChange>;
 

@@ -54,13 +54,6 @@ int fail(const std::string& reason, char* error, std::size_t error_size) {
     return -1;
 }
 
-/// The change history goes to the directory of the server that is open.
-void use(const std::shared_ptr<Server>& server) {
-    const std::filesystem::path directory = server ? server->options.state_directory : std::filesystem::path();
-    vpdd_chghist_use_directory(directory.empty() ? nullptr : directory.c_str());
-    make_current(server);
-}
-
 Description changed_description(Json document, const FruChanges& changes, const std::filesystem::path& folder) {
     apply_changes(changes, document);
     return read_description(document, folder);
@@ -78,7 +71,7 @@ ChangedFru change_fru(Server& server, VpddHostChange change, const char* fru, co
     read_description(checked_document(document.dump()), server.folder);  // a serial number may be none
     if (!server.store.set_fru_change(changed.fru_id, changed.change))
         throw std::runtime_error("the change is not kept");
-    use(std::make_shared<Server>(server.document, server.folder, server.options));
+    use_server(std::make_shared<Server>(server.document, server.folder, server.options));
     return changed;
 }
 
@@ -91,7 +84,7 @@ void put_text(char (&to)[Size], const std::string& text) {
 int open(std::string_view text, const std::filesystem::path& folder, const VpddHostOptions* options,
          const std::string& prefix, char* error, std::size_t error_size) try {
     vpdd_host_close();
-    use(std::make_shared<Server>(checked_document(text), folder, options_of(options)));
+    use_server(std::make_shared<Server>(checked_document(text), folder, options_of(options)));
     return 0;
 } catch (const DescriptionError& reason) {
     return fail(prefix + reason.what(), error, error_size);
@@ -132,13 +125,20 @@ Server::Server(Json server_document, std::filesystem::path server_folder, Option
       folder(std::move(server_folder)),
       options(std::move(server_options)),
       store(store_path(options.state_directory)),
-      description(changed_description(document, store.fru_changes(), folder)),
+      changes(store.fru_changes()),
+      description(changed_description(document, changes, folder)),
       system_vpd(description.system_vpd),
       trace_files(options.state_directory) {}
 
 std::shared_ptr<Server> current_server() {
     const std::scoped_lock lock(current_mutex);
     return current;
+}
+
+void use_server(const std::shared_ptr<Server>& server) {
+    const std::filesystem::path directory = server ? server->options.state_directory : std::filesystem::path();
+    vpdd_chghist_use_directory(directory.empty() ? nullptr : directory.c_str());
+    make_current(server);
 }
 
 }  // namespace vpdd::host
@@ -164,7 +164,7 @@ extern "C" int vpdd_host_open_text(const char* text, size_t length, const char* 
     return open({text, length}, folder != nullptr ? folder : "", options, "", error, error_size);
 }
 
-extern "C" void vpdd_host_close(void) { use(nullptr); }
+extern "C" void vpdd_host_close(void) { use_server(nullptr); }
 
 extern "C" int vpdd_host_change_fru(VpddHostChange change, const char* fru, const char* serial_number,
                                     VpddHostChangedFru* changed, char* error, size_t error_size) try {

@@ -44,6 +44,7 @@ public:
     const std::filesystem::path folder;
     const Options options;
     ConfigStore store;
+    const FruChanges changes;  ///< that the store had when the server was made
     const Description description;
     SystemVpd system_vpd;
     TraceFiles trace_files;
@@ -53,5 +54,8 @@ public:
 
 /// The open server or null. It lives at least as long as the caller holds it.
 std::shared_ptr<Server> current_server();
+
+/// Makes a server the open one, and its state directory that of the change history; null closes.
+void use_server(const std::shared_ptr<Server>& server);
 
 }  // namespace vpdd::host

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: Apache-2.0
+// What the daemon serves: copies of what the library holds, taken between two of its passes. Clients are answered from
+// here, since the library keeps its look-ups waiting for as long as a pass lasts.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "daemon/vpdd_protocol.h"
+#include "orva_vpdd.h"
+
+namespace vpdd::daemon {
+
+using Records = std::vector<ComponentVpdRecord>;
+
+/// Never changed once it is published.
+struct Inventory {
+    Records components;  ///< each with the FRU id of the next one
+    Records log;         ///< the activity log, oldest first
+    std::optional<MachineVpdRecord> machine;
+    std::optional<OemMachineRecord> oem_machine;
+    uint64_t pass = 0;    ///< the keeper's pass that made it
+    int64_t taken = 0;    ///< seconds since the Unix epoch
+    std::string trouble;  ///< what the last pass could not do; empty: nothing
+};
+
+using SharedInventory = std::shared_ptr<const Inventory>;
+using Changes = std::vector<VpddChangeEntry>;
+
+/// The cache as the library's look-ups have it. Empty when it has no records.
+Records copy_components();
+Records copy_log();
+void copy_machine(Inventory& inventory);
+
+/// What became of the components and of the machine from one inventory to the next; without sequence numbers.
+Changes changes_between(const Inventory& former, const Inventory& now);
+
+}  // namespace vpdd::daemon

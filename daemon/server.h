@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: Apache-2.0
+// Lets clients in and holds their sessions, within limits.
+#pragma once
+
+#include <list>
+
+#include "daemon/client_session.h"
+
+namespace vpdd::daemon {
+
+class Server {
+public:
+    /// @param listening a socket that listens, for as long as the server lives
+    Server(const EventLoop& loop, int listening, std::size_t most_clients, ClientSession::Handler handler);
+
+    std::size_t client_count() const { return sessions_.size(); }
+
+    /// Calls for each client that waits for an answer.
+    template <class Visitor>
+    void each_pending(Visitor visitor) {
+        for (ClientSession& session : sessions_) {
+            if (session.pending() && !session.has_ended()) visitor(session);
+        }
+    }
+
+    /// Lets go of the sessions that have ended; after each run of the loop.
+    void reap();
+
+private:
+    void on_connection();
+    void admit(int fd);
+    bool has_place_for(const ucred& peer) const;
+    bool make_place();
+    void pause();
+
+    const EventLoop& loop_;
+    const int listening_;
+    const std::size_t most_clients_;
+    const ClientSession::Handler handler_;
+    std::list<ClientSession> sessions_;
+    DescriptorWatch watch_;
+    Timer resumption_;
+};
+
+}  // namespace vpdd::daemon
