@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "daemon/inventory.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cstring>
 #include <ctime>
@@ -117,6 +119,12 @@ Records copy_log() {
     for (const StatusNode* node = log->head; node != nullptr; node = node->next) entries.push_back(node->entry);
     vpdd_serv_freelog(&log);
     return entries;
+}
+
+LogStamp log_stamp() {
+    struct stat found {};
+    if (stat("/flash/data0/component_activity.log", &found) != 0) return {};
+    return {found.st_ino, found.st_size, found.st_mtim.tv_sec, found.st_mtim.tv_nsec};
 }
 
 void copy_machine(Inventory& inventory) {

@@ -33,6 +33,18 @@ using Changes = std::vector<VpddChangeEntry>;
 /// The cache as the library's look-ups have it. Empty when it has no records.
 Records copy_components();
 Records copy_log();
+
+/// Differs when the activity log has been written.
+struct LogStamp {
+    uint64_t file = 0;
+    int64_t size = -1;  ///< -1: there is none
+    int64_t seconds = 0;
+    int64_t nanoseconds = 0;
+
+    bool operator==(const LogStamp&) const = default;
+};
+LogStamp log_stamp();
+
 void copy_machine(Inventory& inventory);
 
 /// What became of the components and of the machine from one inventory to the next; without sequence numbers.

@@ -151,7 +151,6 @@ void Keeper::run() {
 bool Keeper::begin() {
     if (!create_cache()) return false;
     update_machine_vpd_cache_file();
-    refreshed_ = std::chrono::steady_clock::now();
     const Records log = copy_log();
     restore();
     if (!poll_presence()) return false;
@@ -169,10 +168,18 @@ bool Keeper::create_cache() {
                 (result == -3 ? std::string("the SDR repository cannot be read") : "result " + std::to_string(result)));
 }
 
+/// The update reads what creation leaves out (a processor's PPIN): without it the first one would look like a change.
 void Keeper::restore() {
-    const int result = UpdateComponentStatus(restore_from_log);
-    if (result == 0) return;
-    note(LOG_ERR, "the activity log cannot be created: is there a folder /flash/data0? Changes will not be logged");
+    if (UpdateComponentStatus(restore_from_log) != 0) {
+        note(LOG_ERR, "the activity log cannot be created: is there a folder /flash/data0? Nothing will be logged");
+    }
+    update_cache();
+}
+
+void Keeper::update_cache() {
+    refreshed_ = std::chrono::steady_clock::now();
+    const int result = UpdateComponentVPDCache();
+    if (result != 0) trouble_ = "update=" + std::to_string(result);
 }
 
 /// What is to be done next, when it is due.
@@ -218,16 +225,12 @@ bool Keeper::rebuild() {
 }
 
 void Keeper::refresh_if_needed(bool is_wanted) {
-    const auto now = std::chrono::steady_clock::now();
-    const bool is_due = now - refreshed_ >= options_.refresh_interval;
+    const bool is_due = std::chrono::steady_clock::now() - refreshed_ >= options_.refresh_interval;
     // Cleared first, so that a change during the update leads to another one.
     const bool is_reported = vpd_get_fru_changed_flag() != 0;
     if (is_reported) vpd_set_fru_changed_flag(0);
     const bool is_new = is_anything_new_there();
-    if (!is_wanted && !is_due && !is_reported && !is_new) return;
-    refreshed_ = now;
-    const int result = UpdateComponentVPDCache();
-    if (result != 0) trouble_ = "update=" + std::to_string(result);
+    if (is_wanted || is_due || is_reported || is_new) update_cache();
 }
 
 /// A component that was absent or could not be read answers now: its data must be read before it counts as present.
@@ -262,7 +265,9 @@ void Keeper::clean_log() {
 std::shared_ptr<Inventory> Keeper::take_inventory() {
     auto inventory = std::make_shared<Inventory>();
     inventory->components = copy_components();
-    inventory->log = copy_log();
+    const LogStamp stamp = log_stamp();
+    inventory->log = current_ && stamp == log_stamp_ ? current_->log : copy_log();
+    log_stamp_ = stamp;
     copy_machine(*inventory);
     inventory->taken = time(nullptr);
     inventory->trouble = trouble_;

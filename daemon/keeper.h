@@ -73,6 +73,7 @@ private:
     bool begin();
     bool create_cache();
     void restore();
+    void update_cache();
     Work next_work();
     bool carry_out(const Work& work);
     void reload();
@@ -109,6 +110,7 @@ private:
     SharedInventory current_;
     std::array<bool, 256> was_there_{};  ///< FRU ids that answered while their component was absent or unread
     std::chrono::steady_clock::time_point refreshed_;
+    LogStamp log_stamp_;
     std::string trouble_;
 };
 

@@ -26,8 +26,8 @@ std::filesystem::path server_path(const std::string& name) {
     return std::filesystem::exists(shipped, ignored) ? shipped : std::filesystem::path(name);
 }
 
-int open_platform(const VpddPlatformSetting* settings, std::size_t count, const VpddPlatformReports* to,
-                  char* error, std::size_t error_size) try {
+int open_platform(const VpddPlatformSetting* settings, std::size_t count, const VpddPlatformReports* to, char* error,
+                  std::size_t error_size) try {
     VpddHostOptions options{};
     description_file.clear();
     for (const VpddPlatformSetting& setting : std::span(settings, count)) {
