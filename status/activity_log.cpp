@@ -101,7 +101,7 @@ namespace vpdd {
 
 SoleWriter::SoleWriter() : folder_(open(log_folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
     for (int attempt = 0; folder_.get() >= 0 && attempt < writer_attempts; ++attempt) {
-        if (flock(folder_.get(), LOCK_EX | LOCK_NB) == 0) return;
+        if (flock(folder_.get(), LOCK_EX | LOCK_NB) == 0 || (errno != EWOULDBLOCK && errno != EINTR)) return;
         usleep(writer_pause);
     }
 }

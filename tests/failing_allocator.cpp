@@ -1,34 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "failing_allocator.h"
 
-#include <link.h>
-
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
-#include <string_view>
+
+#include "library_code.h"
 
 namespace vpdd::test {
 
 namespace {
 
-struct AddressRange {
-    std::atomic<uintptr_t> first{0}, end{0};
-
-    bool holds(uintptr_t address) const { return address >= first && address < end; }
-};
-
 /// The code of the library, and of those that allocate for it.
-struct Code {
-    std::string_view file_name;
-    AddressRange range{};
-};
-std::array<Code, 3> codes{{{"liborva_vpdd.so"}, {"/libc.so.6"}, {"/ld-linux-x86-64.so.2"}}};
+std::array<ObjectCode, 3> codes{ObjectCode(library_file), ObjectCode("/libc.so.6"),
+                                ObjectCode("/ld-linux-x86-64.so.2")};
 std::atomic<std::size_t> watched_codes{0};
 std::atomic<bool> watching{false};
 std::atomic<std::size_t> allocation_count{0};
@@ -41,23 +30,9 @@ std::mutex live_mutex;
 std::array<void*, 65536> live{};
 std::size_t live_count = 0;
 
-int find_code(dl_phdr_info* object, std::size_t, void*) {
-    for (Code& code : codes) {
-        if (!std::string_view(object->dlpi_name).ends_with(code.file_name)) continue;
-        for (std::size_t i = 0; i < object->dlpi_phnum; ++i) {
-            const auto& segment = object->dlpi_phdr[i];
-            if (segment.p_type != PT_LOAD || (segment.p_flags & PF_X) == 0) continue;
-            code.range.first = object->dlpi_addr + segment.p_vaddr;
-            code.range.end = code.range.first + segment.p_memsz;
-        }
-    }
-    return 0;
-}
-
-[[maybe_unused]] bool is_watched(void* caller) {
+[[maybe_unused]] bool is_watched(const void* caller) {
     if (!watching) return false;
-    const auto address = reinterpret_cast<uintptr_t>(caller);
-    const auto holds = [=](const Code& code) { return code.range.holds(address); };
+    const auto holds = [=](const ObjectCode& code) { return code.holds(caller); };
     return std::any_of(codes.begin(), codes.begin() + watched_codes, holds);
 }
 
@@ -91,7 +66,7 @@ int find_code(dl_phdr_info* object, std::size_t, void*) {
 }  // namespace
 
 AllocationWatch::AllocationWatch(std::size_t failing, Failing how, Allocating who) {
-    dl_iterate_phdr(find_code, nullptr);
+    for (ObjectCode& code : codes) code.find();
     watched_codes = who == Allocating::library ? 1 : codes.size();
     allocation_count = 0;
     failed = false;

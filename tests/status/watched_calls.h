@@ -41,6 +41,35 @@ public:
     std::vector<struct flock> lock_requests() const;
 };
 
+/// What is wrong with a call that fails: nothing is done, or half of a writing and no error.
+enum class CallFailure { nothing_done, half_written };
+
+/// Which call fails, and how.
+struct CallFault {
+    std::size_t number = 0;  ///< counted from 1; 0: none
+    bool from_then_on = false;
+    int error = 5;  ///< EIO
+    CallFailure failure = CallFailure::nothing_done;
+};
+
+/// Numbers the calls that come straight from the library's code, whatever they concern: open, fopen, fdopen, close,
+/// fclose, access, fstat, fcntl, flock, fseek, fread, fwrite, fflush, fsync, write, rename, unlink. None of them stands
+/// in the journal. One at a time.
+class NumberedCalls {
+public:
+    explicit NumberedCalls(const CallFault& fault);
+    ~NumberedCalls();
+    NumberedCalls(const NumberedCalls&) = delete;
+    NumberedCalls& operator=(const NumberedCalls&) = delete;
+
+    /// For an interposed function that is called from there. Whether it is to fail.
+    static bool take(const char* name, const void* caller);
+    /// For what is no function of the C library.
+    static bool take(const char* name);
+    /// The name of the first call that failed; empty when none did.
+    std::string failed() const;
+};
+
 /// Writes past the watch.
 std::size_t unwatched_fwrite(const void* bytes, std::size_t size, FILE* stream);
 
