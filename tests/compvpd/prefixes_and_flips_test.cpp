@@ -23,7 +23,7 @@ constexpr int fru_unreadable = -10;
 struct Format {
     const char* name;
     Bytes (*image)();
-    const char* samples;  ///< folder
+    const char* samples;  ///< folder; null where another row has it
     uint8_t modifier;
     uint8_t entity;
 };
@@ -52,7 +52,7 @@ Bytes processor_image() {
 }
 
 const Format formats[] = {
-    {"Board", power_supply_image, "fru", 0, power_supply},
+    {"Board", power_supply_image, nullptr, 0, power_supply},
     {"Product", processor_image, "fru", 0, processor},
     {"Ddr3", ddr3, "spd/ddr3", dimm, memory_device},
     {"Ddr4", ddr4, "spd/ddr4", dimm, memory_device},
@@ -159,20 +159,25 @@ private:
     std::optional<ComponentVpdRecord> created_, updated_;
 };
 
-INSTANTIATE_TEST_SUITE_P(Of, ImageVariants, testing::ValuesIn(formats),
-                         [](const auto& of) { return std::string(of.param.name); });
+std::string name_of(const testing::TestParamInfo<Format>& format) { return format.param.name; }
+
+INSTANTIATE_TEST_SUITE_P(Of, ImageVariants, testing::ValuesIn(formats), name_of);
+
+class SampleVariants : public ImageVariants {};
+
+INSTANTIATE_TEST_SUITE_P(Of, SampleVariants, testing::ValuesIn(formats + 1, std::end(formats)), name_of);
 
 TEST_P(ImageVariants, DecodeOrFailAtEveryLength) { add_prefixes(GetParam().image()); }
 
 TEST_P(ImageVariants, DecodeOrFailWithEveryByteChanged) { add_flips(GetParam().image()); }
 
-TEST_P(ImageVariants, DecodeOrFailAtEveryLengthOfEverySample) {
+TEST_P(SampleVariants, DecodeOrFailAtEveryLength) {
     const auto samples = sample_images(GetParam().samples);
     if (samples.empty()) GTEST_SKIP() << "no samples";
     for (const auto& sample : samples) add_prefixes(file_bytes(sample));
 }
 
-TEST_P(ImageVariants, DecodeOrFailWithEveryByteOfASampleChanged) {
+TEST_P(SampleVariants, DecodeOrFailWithEveryByteChanged) {
     for (const auto& sample : sample_images(GetParam().samples)) {
         Bytes image = file_bytes(sample);
         if (image.size() < 256) continue;
