@@ -28,6 +28,8 @@ struct Format {
     uint8_t entity;
 };
 
+void PrintTo(const Format& format, std::ostream* stream) { *stream << format.name; }
+
 /// Fields up to the firmware versions.
 Bytes power_supply_image() {
     const std::vector<Field> custom{"LEVEL 07", "c2", "c3", "c4", "c5", "c6", "c7", "c8", Field::bcd_plus({0x01, 0x02}),
