@@ -37,12 +37,26 @@ void touch_each_byte(const Bytes& bytes) {
     sink = sum;
 }
 
+/// The requests alone that an update sends for a FRU.
+void read_image(std::size_t size) {
+    constexpr std::size_t chunk = 128;
+    constexpr uint8_t fru_id = 1;
+    uint8_t image[chunk];
+    uint32_t told_size = 0;
+    read_fru_size(fru_id, &told_size);
+    for (std::size_t offset = 0; offset < size; offset += chunk) {
+        read_fru(fru_id, static_cast<uint16_t>(offset), chunk, image);
+    }
+    sink = told_size;
+}
+
 void count_fru_decoding() {
     for (const std::size_t size : {256, 512, 2048}) {
         const Bytes image = fru_image(size);
         const std::string name = "fru." + std::to_string(size);
         create_cache(1, Kind::board, image);
         count(name, [] { UpdateComponentVPDCache(); });
+        count("read." + name, [&] { read_image(size); });
         count("freeipmi." + name, [&] { decode_with_freeipmi(image); });
     }
 }
