@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "base/dates.h"
+
 #include <array>
+#include <charconv>
 #include <cstdint>
 #include <ctime>
+#include <limits>
 
 #include "orva_vpdd.h"
 
@@ -41,6 +45,25 @@ YearAndWeek normalised(uint32_t two_digit_year, uint32_t week) {
 }
 
 }  // namespace
+
+namespace vpdd {
+
+DateText::DateText(int year, int month, int day) {
+    append(year, 1);
+    characters_[length_++] = '-';
+    append(month, 2);
+    characters_[length_++] = '-';
+    append(day, 2);
+}
+
+void DateText::append(int number, std::ptrdiff_t least_digits) {
+    char digits[std::numeric_limits<int>::digits10 + 2];
+    const char* const end = std::to_chars(digits, digits + sizeof digits, number).ptr;
+    for (std::ptrdiff_t missing = least_digits - (end - digits); missing > 0; --missing) characters_[length_++] = '0';
+    for (const char* digit = digits; digit != end; ++digit) characters_[length_++] = *digit;
+}
+
+}  // namespace vpdd
 
 extern "C" void fru_minutes_to_date(const uint8_t* minutes, int* year, int* month, int* day) {
     const uint32_t count =

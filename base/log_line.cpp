@@ -15,8 +15,6 @@ namespace vpdd {
 
 namespace {
 
-constexpr char trace_file[] = "/tmp/vpdd_trace.log";
-
 /// A formatted text; the longest that the library writes fits.
 class Text {
 public:
@@ -28,14 +26,6 @@ private:
 };
 
 }  // namespace
-
-void log_text(int priority, const char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    const Text text(format, arguments);
-    va_end(arguments);
-    syslog(priority, "%s", text.c_str());
-}
 
 void log_line(int priority, const char* function, const char* format, ...) {
     va_list arguments;

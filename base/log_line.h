@@ -13,8 +13,9 @@ inline constexpr int log_error = 11;
 inline constexpr int log_warning = 12;
 inline constexpr int log_info = 14;
 
-/// Logs the text as it stands.
-void log_text(int priority, const char* format, ...) __attribute__((format(printf, 2, 3)));
+/// Logs the text as it stands. It is syslog() under a name of this library's, so that the line is formatted once, by
+/// whoever listens.
+extern "C" void log_text(int priority, const char* format, ...) __asm__("syslog") __attribute__((format(printf, 2, 3)));
 
 /// Logs "pid=%d, %s - " and the text.
 void log_line(int priority, const char* function, const char* format, ...) __attribute__((format(printf, 3, 4)));
@@ -26,9 +27,12 @@ void log_spaced_line(int priority, const char* function, const char* format, ...
 void log_located(int priority, const char* function, int line, const char* format, ...)
     __attribute__((format(printf, 4, 5)));
 
+inline constexpr char trace_file[] = "/tmp/vpdd_trace.log";
+
 enum class TraceLevel : int { progress = 2, failure = 4 };
 
-/// Writes "[%s]:" and the text to the trace file.
+/// Writes "[%s]:" and the text to the trace file. Where a line is written for every component at every poll, the
+/// platform's log_debug_log() is called with the whole format instead, so that nothing is formatted in vain.
 void trace_line(TraceLevel level, const char* function, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
 }  // namespace vpdd

@@ -7,6 +7,15 @@ namespace vpdd {
 
 std::atomic<int> vpd_cache_status{cache_never_created};
 ComponentVpdList component_vpd_list{};
+FruIndex fru_index;
+
+void FruIndex::build(const ComponentVpdList& list) {
+    clear();
+    for (ComponentVpdNode* node = list.head; node != nullptr; node = node->next) {
+        ComponentVpdNode*& first = first_[node->record.fru_id];
+        if (first == nullptr) first = node;
+    }
+}
 
 void log_cache_not_created(const char* function, int line, const char* tail) {
     log_located(log_info, function, line, "ERROR:Cache wasn't created(status: %d)%s", vpd_cache_status.load(), tail);

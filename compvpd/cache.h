@@ -2,6 +2,7 @@
 // The state of the component cache. All of it is guarded by compvpd_access_mutex; the status is also read without it.
 #pragma once
 
+#include <array>
 #include <atomic>
 
 #include "orva_vpdd.h"
@@ -12,8 +13,24 @@ inline constexpr int cache_never_created = 0;
 inline constexpr int cache_created = 1;
 inline constexpr int cache_destroyed = 2;
 
+/// The first node of each FRU id in the order of a list, so that a look-up need not walk the list.
+class FruIndex {
+public:
+    void build(const ComponentVpdList& list);
+    void clear() { first_ = {}; }
+
+    /// Null for an id that no record has.
+    ComponentVpdNode* find(uint8_t fru_id) const { return first_[fru_id]; }
+
+private:
+    std::array<ComponentVpdNode*, 256> first_{};
+};
+
 extern std::atomic<int> vpd_cache_status;
 extern ComponentVpdList component_vpd_list;
+
+/// Of the list, from the end of creation to destruction: in between no record comes, goes or gets another id.
+extern FruIndex fru_index;
 
 /// Logs that the cache stands in another status than created. `tail` ends the line: look-ups and status passes write a
 /// newline, update and destruction do not.

@@ -164,6 +164,7 @@ extern "C" int CreateComponentVPDCache() {
     }
     vpdd_free_smbios_table(&run.smbios);
 
+    vpdd::fru_index.build(vpdd::component_vpd_list);
     vpdd::vpd_cache_status = vpdd::cache_created;
     vpdd::trace_line(vpdd::TraceLevel::progress, __func__, "VPDCACHE Status -> %d (Created)", vpdd::cache_created);
     return 0;

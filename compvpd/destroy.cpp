@@ -15,6 +15,7 @@ extern "C" int DestroyComponentVPDCache() {
         vpdd::log_cache_not_created(__func__, __LINE__, "");
         return cache_missing;
     }
+    vpdd::fru_index.clear();
     for (ComponentVpdNode* node = vpdd::component_vpd_list.head; node != nullptr;) {
         ComponentVpdNode* const next = node->next;
         remove_vpd_node(&vpdd::component_vpd_list, node);

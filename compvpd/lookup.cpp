@@ -22,16 +22,10 @@ constexpr uint8_t no_more_records = 0xFF;
 constexpr uint32_t record_size = sizeof(ComponentVpdRecord);
 constexpr uint32_t bulk_limit = 2048;  // records in one bulk copy
 
-const ComponentVpdNode* find_node(uint8_t fru_id) {
-    const ComponentVpdNode* node = component_vpd_list.head;
-    while (node != nullptr && node->record.fru_id != fru_id) node = node->next;
-    return node;
-}
-
 /// 0 and 0xFF both ask for the first record.
 const ComponentVpdNode* node_asked_for(uint8_t fru_id) {
     if (fru_id == 0 || fru_id == 0xFF) return component_vpd_list.head;
-    return find_node(fru_id);
+    return vpdd::fru_index.find(fru_id);
 }
 
 uint8_t fru_id_behind(const ComponentVpdNode* node) {
@@ -135,8 +129,8 @@ extern "C" int FindFRURecord(uint32_t fru_id, ComponentVpdRecord** out) {
         return not_created;
     }
     const ScopedLock lock(compvpd_access_mutex);
-    const ComponentVpdNode* node = find_node(static_cast<uint8_t>(fru_id));
-    auto* record = node != nullptr ? const_cast<ComponentVpdRecord*>(&node->record) : nullptr;
+    ComponentVpdNode* const node = vpdd::fru_index.find(static_cast<uint8_t>(fru_id));
+    ComponentVpdRecord* const record = node != nullptr ? &node->record : nullptr;
     if (record != nullptr) {
         std::printf("--> Found FRU, comp_info address = %p, fru id = %d\n", static_cast<void*>(record), record->fru_id);
     }

@@ -46,8 +46,10 @@ struct Update {
 };
 
 void publish_part_number(const ComponentVpdRecord& record, const char* text) {
-    char name[32];
-    std::snprintf(name, sizeof name, "TARN_STR_PART_NUM_%02x", record.fru_id);
+    static constexpr char digits[] = "0123456789abcdef";
+    char name[] = "TARN_STR_PART_NUM_00";
+    name[sizeof name - 3] = digits[record.fru_id >> 4U];
+    name[sizeof name - 2] = digits[record.fru_id & 0x0FU];
     tarn_config_set_str(name, text, 1);
 }
 

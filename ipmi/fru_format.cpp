@@ -11,7 +11,6 @@ extern "C" const char fru_bcd_array[17] = "0123456789 -.???";
 
 namespace {
 
-constexpr uint8_t end_of_fields = 0xC1;
 constexpr std::size_t area_unit = 8;  // area offsets count multiples of 8 bytes
 
 /// The area at an offset byte of the common header, null outside its accepted range.
@@ -22,15 +21,6 @@ const uint8_t* area_at(const uint8_t* image, uint8_t offset, uint8_t highest) {
 }  // namespace
 
 namespace vpdd {
-
-FieldHead read_field_head(const uint8_t* field, const uint8_t* end) {
-    const auto type = static_cast<uint8_t>(*field >> 6U);
-    const auto length = static_cast<uint8_t>(*field & 0x3FU);
-    if (*field == end_of_fields) return {type, 0, nullptr};
-    const std::ptrdiff_t size = 1 + length;
-    // A field that ends exactly at the end gives its data and ends the walk.
-    return {type, length, end - field > size ? field + size : nullptr};
-}
 
 void decode_field_data(const uint8_t* field, const FieldHead& head, uint8_t* dest) {
     const uint8_t* data = field + 1;

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <array>
 #include <optional>
 
 #include "base/log_line.h"
@@ -11,7 +12,19 @@ namespace {
 using namespace vpdd;
 using namespace vpdd::spd;
 
-constexpr uint32_t crc_polynomial = 0x1021;
+/// What each value of the upper byte brings into the register.
+constexpr std::array<uint16_t, 256> make_crc_bytes() {
+    constexpr uint32_t polynomial = 0x1021;
+    std::array<uint16_t, 256> bytes{};
+    for (uint32_t value = 0; value < 256; ++value) {
+        uint32_t crc = value << 8U;
+        for (int bit = 0; bit < 8; ++bit) crc = (crc & 0x8000U) != 0 ? crc << 1U ^ polynomial : crc << 1U;
+        bytes[value] = static_cast<uint16_t>(crc);
+    }
+    return bytes;
+}
+
+constexpr std::array<uint16_t, 256> crc_bytes = make_crc_bytes();
 
 // JEDEC 21-C Annex K, byte 0 bit 7: the CRC may leave out the bytes that a module maker writes later.
 constexpr uint32_t covered_bytes = 126;
@@ -42,10 +55,7 @@ std::optional<uint16_t> calculated_crc(const uint8_t* spd, uint32_t length) {
 
 extern "C" uint16_t __crc16(const uint8_t* data, int32_t length) {
     uint32_t crc = 0;
-    for (int32_t i = 0; i < length; ++i) {
-        crc ^= static_cast<uint32_t>(data[i]) << 8U;
-        for (int bit = 0; bit < 8; ++bit) crc = (crc & 0x8000U) != 0 ? crc << 1U ^ crc_polynomial : crc << 1U;
-    }
+    for (int32_t i = 0; i < length; ++i) crc = crc << 8U ^ crc_bytes[(crc >> 8U ^ data[i]) & 0xFFU];
     return static_cast<uint16_t>(crc);
 }
 

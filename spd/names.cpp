@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
+#include <span>
+
 #include "base/byte_view.h"
 #include "base/log_line.h"
 #include "orva_vpdd.h"
@@ -35,7 +38,8 @@ using namespace vpdd;
 using namespace vpdd::spd;
 
 constexpr uint8_t type_map_end = 0xFF;
-constexpr uint8_t jep106_end = 9;  // bank of the row behind the last manufacturer
+/// What the list is sorted by: the bank, then the code without its parity bit.
+constexpr uint32_t place_of(uint8_t bank, uint8_t code) { return bank << 7U | (code & 0x7FU); }
 
 constexpr unsigned module_type_count = 14;
 constexpr unsigned undefined_module_type = 0;
@@ -93,9 +97,10 @@ const uint8_t* dram_maker_id(const uint8_t* spd) {
 /// second is listed with its parity bit.
 const char* maker_name(const uint8_t* id) {
     const uint8_t bank = id[0] & 0x7FU;
-    for (const Jep106Row* row = jep_106; row->bank != jep106_end; ++row)
-        if (row->bank == bank && row->code == id[1]) return row->name;
-    return nullptr;
+    const std::span<const Jep106Row> makers(jep_106, std::size(jep_106) - 1);  // the last row only ends the list
+    const auto is_before = [](const Jep106Row& row, uint32_t place) { return place_of(row.bank, row.code) < place; };
+    const auto row = std::lower_bound(makers.begin(), makers.end(), place_of(bank, id[1]), is_before);
+    return row != makers.end() && row->bank == bank && row->code == id[1] ? row->name : nullptr;
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <ctime>
 
@@ -40,8 +41,10 @@ struct LoadEnd {
 };
 
 LoadEnd load(const char* path, StatusList& list) {
+    std::array<char, 16384> buffer;  // a whole log takes few system calls
     const vpdd::File file(std::fopen(path, "r"));
     if (file == nullptr) return {not_loaded, errno == ENOENT};
+    std::setvbuf(file.get(), buffer.data(), _IOFBF, buffer.size());
     if (std::fseek(file.get(), 0, SEEK_SET) != 0) {
         vpdd::log_line(vpdd::log_warning, "log_inventory", "fseek failed\n");
         return {seek_failed, false};
@@ -49,7 +52,7 @@ LoadEnd load(const char* path, StatusList& list) {
     int count = 0;
     // What opens but cannot be read, a folder for one, ends the load too. A partial entry at the end is ignored.
     while (std::feof(file.get()) == 0 && std::ferror(file.get()) == 0) {
-        ComponentVpdRecord entry{};
+        ComponentVpdRecord entry;
         if (std::fread(&entry, 1, sizeof entry, file.get()) < sizeof entry) continue;
         if (!has_right_crc(entry)) continue;
         auto node = vpdd::allocate_zeroed<StatusNode>();
@@ -137,7 +140,7 @@ bool LogRewrite::begin(StatusList& list) {
     for (; loaded_ >= most_entries; --loaded_) remove_status_node(&list, list.head);
 
     // Deliberate: the lock is taken only now that the file has been truncated.
-    if (lock_.take()) return true;
+    if (vpdd_file_lock_wait(&lock_) >= 0) return true;
     log_line(log_info, function_, "ERROR:Fail to operate file lock.\n");
     file_.reset();
     put_backup_back();
@@ -151,7 +154,7 @@ void LogRewrite::write(const StatusList& list) {
 bool LogRewrite::end() {
     const bool is_written = is_on_device(file_.get());
     file_.reset();
-    lock_.release();
+    vpdd_file_unlock(lock_);
     if (is_written) {
         discard_backup();
     } else {

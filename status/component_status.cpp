@@ -117,8 +117,7 @@ bool is_same_component(const ComponentVpdRecord& one, const ComponentVpdRecord& 
 }
 
 ComponentVpdRecord* cached_record(uint8_t fru_id) {
-    ComponentVpdNode* node = vpdd::component_vpd_list.head;
-    while (node != nullptr && node->record.fru_id != fru_id) node = node->next;
+    ComponentVpdNode* const node = vpdd::fru_index.find(fru_id);
     return node != nullptr ? &node->record : nullptr;
 }
 

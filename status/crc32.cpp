@@ -1,5 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <array>
+#include <bit>
+#include <cstring>
+#include <type_traits>
+#include <utility>
 
 #include "orva_vpdd.h"
 
@@ -38,38 +42,99 @@ constexpr uint32_t crc_table[256] = {
 
 namespace {
 
-constexpr std::size_t slices = 8;  // bytes in one step
+// Several words are worked on side by side, as braids: a register of its own for every n-th word, so that none waits
+// for the one before. A 32-bit processor has registers for one, which takes two turns at a time.
+using Word = std::conditional_t<sizeof(void*) == 8, uint64_t, uint32_t>;
+constexpr std::size_t word_size = sizeof(Word);
+constexpr std::size_t braid_count = word_size == 8 ? 4 : 1;
+constexpr std::size_t turn_count = word_size == 8 ? 1 : 2;
+constexpr uint32_t block_size = braid_count * word_size;
+constexpr uint32_t step_size = turn_count * block_size;
 
-/// further[n][i]: the register after a byte i and n + 1 further zero bytes.
-using FurtherTables = std::array<std::array<uint32_t, 256>, slices - 1>;
+constexpr auto words_of_block = std::make_index_sequence<braid_count>();
+constexpr auto bytes_of_word = std::make_index_sequence<word_size>();
+constexpr auto turns_of_step = std::make_index_sequence<turn_count>();
 
-constexpr FurtherTables make_further_tables() {
-    FurtherTables tables{};
+constexpr uint32_t with_byte(uint32_t crc, uint8_t byte) { return crc >> 8U ^ crc_table[(crc ^ byte) & 0xFFU]; }
+
+// With one braid the table of a word's last byte is crc_table itself.
+constexpr std::size_t table_count = braid_count == 1 ? word_size - 1 : word_size;
+
+/// braided[n][i]: the register after i as byte n of a word and as many zeros as follow up to the braid's next word.
+using BraidTables = std::array<std::array<uint32_t, 256>, table_count>;
+
+constexpr BraidTables make_braid_tables() {
+    BraidTables tables{};
     for (uint32_t i = 0; i < 256; ++i) {
-        uint32_t value = crc_table[i];
-        for (auto& table : tables) table[i] = value = value >> 8U ^ crc_table[value & 0xFFU];
+        uint32_t crc = crc_table[i];
+        for (std::size_t byte = block_size; byte-- > 0; crc = with_byte(crc, 0)) {
+            if (byte < table_count) tables[byte][i] = crc;
+        }
     }
     return tables;
 }
 
-constexpr FurtherTables further = make_further_tables();
+constexpr BraidTables braided = make_braid_tables();
 
-constexpr uint32_t word_at(const uint8_t* bytes) {
-    return bytes[0] | static_cast<uint32_t>(bytes[1]) << 8U | static_cast<uint32_t>(bytes[2]) << 16U |
-           static_cast<uint32_t>(bytes[3]) << 24U;
+// Inlined also where the library is built for size: these are the loop.
+template <std::size_t Byte>
+[[gnu::always_inline]] inline uint32_t after_byte(Word word) {
+    const auto byte = static_cast<uint8_t>(word >> 8U * Byte);
+    if constexpr (Byte < table_count) {
+        return braided[Byte][byte];
+    } else {
+        return crc_table[byte];
+    }
+}
+
+template <std::size_t... Byte>
+[[gnu::always_inline]] inline uint32_t after_word(Word word, std::index_sequence<Byte...>) {
+    return (after_byte<Byte>(word) ^ ...);
+}
+
+Word word_at(const uint8_t* bytes) {
+    static_assert(std::endian::native == std::endian::little);
+    Word word;
+    std::memcpy(&word, bytes, sizeof word);
+    return word;
+}
+
+using Braids = std::array<uint32_t, braid_count>;
+
+template <std::size_t... Braid>
+[[gnu::always_inline]] inline void take_block(Braids& braids, const uint8_t* bytes, std::index_sequence<Braid...>) {
+    ((braids[Braid] = after_word(braids[Braid] ^ word_at(bytes + Braid * word_size), bytes_of_word)), ...);
+}
+
+template <std::size_t... Turn>
+[[gnu::always_inline]] inline void take_step(Braids& braids, const uint8_t* bytes, std::index_sequence<Turn...>) {
+    (take_block(braids, bytes + Turn * block_size, words_of_block), ...);
+}
+
+uint32_t with_bytes(uint32_t crc, const uint8_t* bytes, uint32_t length) {
+    for (; length > 0; --length) crc = with_byte(crc, *bytes++);
+    return crc;
+}
+
+/// The last block ties the braids together, each where its next word begins.
+uint32_t tied(const Braids& braids, const uint8_t* block) {
+    uint32_t crc = 0;
+    for (std::size_t i = 0; i < braid_count; ++i) crc = with_bytes(crc ^ braids[i], block + i * word_size, word_size);
+    return crc;
 }
 
 }  // namespace
 
 extern "C" uint32_t calc_crc(const uint8_t* buffer, uint32_t length) {
     uint32_t crc = 0xFFFFFFFF;
-    for (; length >= slices; length -= slices, buffer += slices) {
-        const uint32_t low = crc ^ word_at(buffer);
-        const uint32_t high = word_at(buffer + 4);
-        crc = further[6][low & 0xFFU] ^ further[5][low >> 8U & 0xFFU] ^ further[4][low >> 16U & 0xFFU] ^
-              further[3][low >> 24U] ^ further[2][high & 0xFFU] ^ further[1][high >> 8U & 0xFFU] ^
-              further[0][high >> 16U & 0xFFU] ^ crc_table[high >> 24U];
+    if (length >= step_size + block_size) {
+        Braids braids{crc};
+        for (; length >= step_size + block_size; length -= step_size, buffer += step_size) {
+            take_step(braids, buffer, turns_of_step);
+        }
+        crc = tied(braids, buffer);
+        buffer += block_size;
+        length -= block_size;
     }
-    for (; length > 0; --length) crc = crc >> 8U ^ crc_table[(crc ^ *buffer++) & 0xFFU];
-    return ~crc;
+    return ~with_bytes(crc, buffer, length);
 }

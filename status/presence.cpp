@@ -9,6 +9,7 @@
 #include "base/log_line.h"
 #include "base/text.h"
 #include "ipmi/request.h"
+#include "platform/debug_trace.h"
 #include "platform/ipmi_stack.h"
 #include "platform/sensors.h"
 
@@ -18,11 +19,10 @@ using vpdd::bounded_view;
 using vpdd::Finding;
 using vpdd::log_text;
 using vpdd::Presence;
-using vpdd::trace_line;
-using vpdd::TraceLevel;
 
 constexpr char status_name[] = "UpdateComponentStatus";
 constexpr char reading_name[] = "get_sensor_reading_by_fruname";
+constexpr int progress = static_cast<int>(vpdd::TraceLevel::progress);
 
 constexpr uint8_t processor_sensor = 0x07;    // IPMI 2.0, table 42-3
 constexpr uint16_t presence_detected = 0x80;  // processor sensor, offset 7
@@ -75,9 +75,9 @@ const SensorEntry* find_sensor(std::span<const SensorEntry> sensors, const Compo
     for (std::size_t i = 0; i < sensors.size(); ++i) {
         const SensorEntry& sensor = sensors[i];
         if (sensor.is_valid == 0) continue;
-        trace_line(TraceLevel::progress, reading_name, "(%d) - fruName:[%s] saTheSensorInstance[%d].szName:[%s] \n",
-                   __LINE__, vpdd::Terminated(record.name).c_str(), static_cast<int>(i),
-                   vpdd::Terminated(sensor.name).c_str());
+        log_debug_log(vpdd::trace_file, progress, "[%s]:(%d) - fruName:[%s] saTheSensorInstance[%d].szName:[%s] \n",
+                      reading_name, __LINE__, vpdd::Terminated(record.name).c_str(), static_cast<int>(i),
+                      vpdd::Terminated(sensor.name).c_str());
         if (bounded_view(sensor.name, sizeof sensor.name).find(wanted) != std::string_view::npos) return &sensor;
     }
     return nullptr;
@@ -103,10 +103,10 @@ Presence probe_processor(const ComponentVpdRecord& record) {
     const SensorEntry* const found = find_sensor(sensors, record);
     const SensorEntry& sensor = found != nullptr ? *found : absent;
     const int32_t status = (sensor.state & presence_detected) != 0 ? status_present : status_absent;
-    trace_line(TraceLevel::progress, status_name,
-               "(%d) - fruName:[%s] entityId(comp):[0x%x] status:[0x%x] (sensor name: %s, stateValue:%d)\n", __LINE__,
-               Terminated(record.name).c_str(), record.entity_id, static_cast<unsigned>(status),
-               Terminated(sensor.name).c_str(), sensor.state);
+    log_debug_log(trace_file, progress,
+                  "[%s]:(%d) - fruName:[%s] entityId(comp):[0x%x] status:[0x%x] (sensor name: %s, stateValue:%d)\n",
+                  status_name, __LINE__, Terminated(record.name).c_str(), record.entity_id,
+                  static_cast<unsigned>(status), Terminated(sensor.name).c_str(), sensor.state);
 
     const std::string_view state_text = bounded_view(sensor.state_text, sizeof sensor.state_text);
     if (state_text.find("Unavailable") == std::string_view::npos) return {Finding::known, status};
@@ -130,8 +130,8 @@ Presence probe_fru(const ComponentVpdRecord& record) {
         if (answered && (completion_code == ipmi_ok || completion_code == ipmi_not_present)) break;
         usleep(pause_after_failure);
     }
-    trace_line(TraceLevel::progress, status_name, "(%d) - fruName:[%s] entityId(comp):[0x%x] cur_status:%d\n", __LINE__,
-               Terminated(record.name).c_str(), record.entity_id, record.status);
+    log_debug_log(trace_file, progress, "[%s]:(%d) - fruName:[%s] entityId(comp):[0x%x] cur_status:%d\n", status_name,
+                  __LINE__, Terminated(record.name).c_str(), record.entity_id, record.status);
     const bool is_there = completion_code == ipmi_ok || completion_code == fru_device_busy;
     return {Finding::known, is_there ? status_present : status_absent};
 }
