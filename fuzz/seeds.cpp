@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Writes what the fuzzers start from: images of the builders, and the samples where there are any.
 // usage: seeds FOLDER [SAMPLES]
+#include <array>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -13,6 +14,7 @@
 #include "fuzz/module.h"
 #include "fuzz/seal.h"
 #include "host/images/fru_image.h"
+#include "host/images/property_tlv.h"
 #include "host/images/sdr_record.h"
 #include "host/images/smbios_image.h"
 #include "host/images/spd_image.h"
@@ -279,6 +281,49 @@ void add_machines(const Seeds& seeds) {
     seeds.add("machine_vpd", "one_size", machine_input(1, {}, machine_fields({0, 0})) + Bytes{0xFF, 0x03});
 }
 
+// ---- properties
+
+/// A property and its value.
+Bytes pair(std::string_view path, const Bytes& value) { return images::property_tlv(path) + value; }
+
+IpmiAnswer value_answer(const Bytes& value) {
+    return {.bytes = Bytes{0, 0xD9, 0x7E, 0, 0, 0, static_cast<uint8_t>(value.size())} + value};
+}
+
+/// Status 0: more pages follow; 9: the last one.
+IpmiAnswer page_answer(uint8_t status, const Bytes& data) {
+    const std::size_t length = 1 + data.size();
+    return {.bytes = Bytes{0, status, static_cast<uint8_t>(length >> 8U), static_cast<uint8_t>(length), 1} + data};
+}
+
+void add_properties(const Seeds& seeds) {
+    const Bytes text = images::property_tlv(" V1.2 ");
+    const Bytes mac = images::property_tlv(std::array<uint8_t, 6>{2, 0, 0, 0, 0, 1});
+    const Bytes words{0x24, 1, 0, 2, 0};
+    const Bytes pairs = pair("/v2/a", text) + pair("/v2/b", mac);
+    seeds.add("property", "tlvs", Bytes{0} + pairs);
+    seeds.add("property", "words", Bytes{0} + words);
+
+    AnswerWriter values;
+    for (const Bytes& value : {text, words, mac, text, text}) values.add(value_answer(value));
+    values.add(IpmiAnswer{.bytes = Bytes{0, 0xD9, 0x7E, 0, 0x80}});
+    seeds.add("property", "values", Bytes{0x01} + values.stream());
+    seeds.add("property", "backup", Bytes{0x05} + values.stream());
+    seeds.add("property", "pending", Bytes{0x0D} + values.stream());
+    seeds.add("property", "nexol", Bytes{0x15} + values.stream());
+
+    AnswerWriter pages;
+    for (int run = 0; run < 3; ++run) {
+        pages.add(page_answer(0, pair("/ac/1", mac)));
+        pages.add(page_answer(9, pair("/ac/2", mac)));
+    }
+    seeds.add("property", "pages", Bytes{0x02} + pages.stream());
+    AnswerWriter nothing;
+    nothing.add(page_answer(8, {}));
+    nothing.add(page_answer(9, pair("/ac/1", text)));
+    seeds.add("property", "nothing", Bytes{0x02} + nothing.stream());
+}
+
 // ---- samples
 
 Bytes file_bytes(const fs::path& path) {
@@ -309,6 +354,7 @@ int main(int argc, char** argv) {
     add_answers(seeds);
     add_logs(seeds);
     add_machines(seeds);
+    add_properties(seeds);
     if (argc > 2) {
         const fs::path samples = argv[2];
         add_samples(seeds, samples / "fru", "fru_image", {0x80});

@@ -140,7 +140,7 @@ bool LogRewrite::begin(StatusList& list) {
     for (; loaded_ >= most_entries; --loaded_) remove_status_node(&list, list.head);
 
     // Deliberate: the lock is taken only now that the file has been truncated.
-    if (vpdd_file_lock_wait(&lock_) >= 0) return true;
+    if (lock_.take()) return true;
     log_line(log_info, function_, "ERROR:Fail to operate file lock.\n");
     file_.reset();
     put_backup_back();
@@ -154,7 +154,7 @@ void LogRewrite::write(const StatusList& list) {
 bool LogRewrite::end() {
     const bool is_written = is_on_device(file_.get());
     file_.reset();
-    vpdd_file_unlock(lock_);
+    lock_.release();
     if (is_written) {
         discard_backup();
     } else {

@@ -7,6 +7,7 @@
 #include "base/linked_list.h"
 #include "base/text.h"
 #include "orva_vpdd.h"
+#include "status/activity_lock.h"
 
 namespace vpdd {
 
@@ -55,9 +56,9 @@ public:
 private:
     const char* function_;
     SoleWriter sole_writer_;
-    File file_;
     int loaded_ = 0;
-    int lock_ = -1;
+    ActivityLogLock lock_;
+    File file_;
 };
 
 /// Writes out what the stream and the kernel still hold.

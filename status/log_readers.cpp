@@ -20,11 +20,11 @@ int clean_log() {
 
 /// An operation under the log's lock; the result of unlocking.
 int run_locked(int operation, StatusList** handle) {
-    int fd = -1;
+    vpdd::ActivityLogLock lock;
     // Deliberate: cleaning and freeing share this text.
-    if (vpdd_file_lock_wait(&fd) < 0) return std::fprintf(stderr, "vpdd_serv_freelog : fail to lock.\n");
+    if (!lock.take()) return std::fprintf(stderr, "vpdd_serv_freelog : fail to lock.\n");
     access_vpd_log(operation, handle);
-    return vpdd_file_unlock(fd);
+    return lock.release();
 }
 
 }  // namespace
@@ -45,14 +45,12 @@ extern "C" int access_vpd_log(int operation, StatusList** handle) {
 }
 
 extern "C" int vpdd_serv_readlog(StatusList** handle_out) {
-    int fd = -1;
-    if (vpdd_file_lock_wait(&fd) < 0) {
+    vpdd::ActivityLogLock lock;
+    if (!lock.take()) {
         std::printf("vpdd_serv_readlog : fail to lock.");
         return -1;
     }
-    const int result = access_vpd_log(vpdd::operation_read, handle_out);
-    vpdd_file_unlock(fd);
-    return result == 0 ? 0 : -1;
+    return access_vpd_log(vpdd::operation_read, handle_out) == 0 ? 0 : -1;
 }
 
 extern "C" int vpdd_serv_freelog(StatusList** handle_inout) { return run_locked(vpdd::operation_free, handle_inout); }

@@ -2,8 +2,7 @@
 // Two full servers in which every second image is damaged: they come up, and the good half is as it should be.
 #include <random>
 
-#include "cache_fixture.h"
-#include "host/images/spd_image.h"
+#include "module_fixture.h"
 
 using namespace vpdd::test;
 using testing::SizeIs;
@@ -68,7 +67,7 @@ protected:
         for (int id = 0; id < components; ++id) {
             const auto fru_id = static_cast<uint8_t>(id);
             const Bytes image = image_of(id);
-            platform.fru(fru_id, id % 2 == 0 ? image : without_end_of_run(damaged(image)));
+            platform.fru(fru_id, id % 2 == 0 ? image : with_a_size(damaged(image)));
             locators.push_back(FruLocator(fru_id, name_of(id)).modifier(modifier).entity(entity, fru_id & 0x7F));
         }
         create(locators);
@@ -89,12 +88,6 @@ protected:
     }
 
 private:
-    /// A DDR5 module without a size would end the run, as it should.
-    static Bytes without_end_of_run(Bytes image) {
-        if (image.size() > 2 && image[2] == 0x12 && (image[0] & 0x70) == 0) image[0] |= 0x10;
-        return image;
-    }
-
     std::mt19937 random_{GetParam()};
 };
 

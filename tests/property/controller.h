@@ -11,6 +11,7 @@
 
 #include "failing_allocator.h"
 #include "fake_platform.h"
+#include "host/images/property_tlv.h"
 #include "lock_journal.h"
 
 namespace vpdd::test {
@@ -30,11 +31,9 @@ inline Bytes operator+(Bytes first, const Bytes& second) {
     return first;
 }
 
-inline Bytes string_tlv(std::string_view text) {
-    return Bytes{static_cast<uint8_t>(0x80 | text.size())} + bytes_of(text);
-}
-inline Bytes bytes_tlv(const Bytes& bytes) { return Bytes{static_cast<uint8_t>(0x10 | bytes.size() % 16)} + bytes; }
-/// 0x4241 is the characters "AB".
+inline Bytes string_tlv(std::string_view text) { return images::property_tlv(text); }
+inline Bytes bytes_tlv(const Bytes& bytes) { return images::property_tlv(bytes); }
+/// Not among the images: the controller has no property of this type, an answer may.
 inline Bytes words_tlv(const Bytes& little_endian) {
     return Bytes{static_cast<uint8_t>(0x20 | little_endian.size())} + little_endian;
 }

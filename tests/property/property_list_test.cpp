@@ -197,6 +197,20 @@ TEST_F(PropertyList, IsNoneWhereverTheDataAreCut) {
     }
 }
 
+TEST_F(PropertyList, IsNotCompletedByWhatFollowsItsLength) {
+    const Bytes data = string_tlv("/a") + words_tlv({1, 2}) + Bytes(200, 0x81);
+    const auto format = [&](uint32_t length) {
+        VpddAllProperties* head = nullptr;
+        const int result = vpdd_format_all_properties(data.data(), length, &head);
+        EXPECT_EQ(head, nullptr);
+        return result;
+    };
+    EXPECT_EQ(format(1), -1);
+    EXPECT_EQ(format(2), -1);
+    EXPECT_EQ(format(3), -1);
+    EXPECT_EQ(format(4), -4);
+}
+
 TEST_F(PropertyList, FailsWithoutMemory) {
     if (!allocator_can_fail) GTEST_SKIP() << "the sanitizer owns malloc";
     const Bytes data = string_tlv("/a") + string_tlv("one") + string_tlv("/b") + bytes_tlv({2});

@@ -339,6 +339,13 @@ TEST_F(SingleProperty, OfTheLongestPathIsNamedWhole) {
     EXPECT_EQ(times_warned(single_query, refusal(1, std::string(127, 'q'))), 1U);
 }
 
+TEST_F(SingleProperty, WhosePathDiffersInItsLastCharacterAloneIsLogged) {
+    platform.ipmi.always(single_answer(1, 0, 0, {}));
+    for (const char* end : {"a", "b", "a"}) read(std::string(126, 'r') + end);
+    EXPECT_EQ(times_warned(single_query, refusal(1, std::string(126, 'r') + "a")), 2U);
+    EXPECT_EQ(times_warned(single_query, refusal(1, std::string(126, 'r') + "b")), 1U);
+}
+
 // ---- by a path text
 
 using PropertyByText = ControllerTest;

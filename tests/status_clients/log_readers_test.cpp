@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <future>
 
 #include "failing_allocator.h"
 #include "status/log_world.h"
@@ -435,6 +436,28 @@ TEST_F(LogReaderTest, HandsOutWhatWasLoadedBeforeMemoryRanOut) {
     EXPECT_EQ(serials(entries_of(handle)), (std::vector<std::string>{"S1", "S2"}));
     access(free_code);
     EXPECT_EQ(failing.live_blocks(), 0U);
+}
+
+// ---- several threads of one process
+
+TEST_F(LogReaderTest, KeepsItsLockWhileAnotherThreadReadsToo) {
+    // The kernel would release the lock of the whole process when the other thread closes the lock file.
+    write_log(make_entries(2));
+    std::future<int> other;
+    bool other_has_finished = true;
+    WatchedCalls calls;
+    calls.before([&](const WatchedCall& call) {
+        if (call.text != "fseek LOG" || other.valid()) return;
+        other = std::async(std::launch::async, [] { return vpdd_serv_cleanlog(); });
+        other_has_finished = other.wait_for(std::chrono::milliseconds(50)) == std::future_status::ready;
+    });
+
+    EXPECT_EQ(read(), 0);
+
+    EXPECT_FALSE(other_has_finished);
+    EXPECT_EQ(entries_of(handle).size(), 2U);
+    EXPECT_EQ(other.get(), 0);
+    EXPECT_TRUE(log_on_flash().empty());
 }
 
 }  // namespace
