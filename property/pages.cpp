@@ -134,7 +134,7 @@ int transfer(const uint8_t* first_key, PageData& data) {
             log_line(log_warning, transfer_name, "IPMI didn't return correctly.\n");
             return deeper_page_failed;
         }
-        const HeapBlock<uint8_t> key = std::move(next_key);
+        const HeapBlock<uint8_t> key = std::exchange(next_key, nullptr);
         // Deliberate: whatever fails on a page behind the first one.
         if (transfer_page(key.get(), data, next_key) != 0) return deeper_page_failed;
     }

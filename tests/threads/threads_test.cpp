@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// Eight threads use everything that shares the component cache at once. Under ThreadSanitizer a race fails the test; a
-// deadlock does in any build, by the time limit.
+// Eight threads use everything that shares the component cache, and the property queries, at once. Under
+// ThreadSanitizer a race fails the test; a deadlock does in any build, by the time limit.
 #include <atomic>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -132,6 +133,54 @@ TEST_F(Threads, AssembleAndForgetTheMachineRecordAtOnce) {
         if (round % 10 == 0) vpd_sysvpd_changed_notify_callback();
     };
     run({assemble, assemble, assemble, notify});
+}
+
+TEST_F(Threads, AskForPropertiesAtOnce) {
+    platform.ipmi.model([](const IpmiCall& call) {
+        constexpr uint8_t asked_for_one = 0x2E;
+        if (call.netfn != asked_for_one) return ipmi_data({9, 0, 5, 0, 0x81, 'p', 0x81, 'v'});
+        const bool is_known = call.data.back() == 'y';
+        // Maker's number, status, length, value.
+        return is_known ? ipmi_data({0, 0, 0, 0, 0, 2, 0x81, 'v'}) : ipmi_data({0, 0, 0, 0x80, 0, 0});
+    });
+    std::atomic<int> wrong_values = 0;
+    const auto expect = [&](bool right) {
+        if (!right) ++wrong_values;
+    };
+    const auto read_alone = [&](int round) {
+        // Their refusals differ, so each thread also changes the text that all of them share.
+        const std::string path = "\x83" + std::to_string(100 + round % 100);
+        void* value = nullptr;
+        uint32_t length = 0;
+        const int result = vpdd_get_single_property(reinterpret_cast<const uint8_t*>(path.c_str()), &value, &length);
+        expect(result == -3 && value == nullptr);
+    };
+    const auto read_text = [&](int) {
+        char text[128] = {};
+        uint32_t length = 0;
+        expect(GetStringPropertyViaVpdd(&length, sizeof text, "/y", text) == 0 && std::string(text) == "v");
+    };
+    const auto read_bytes = [&](int) {
+        char bytes[128] = {};
+        uint32_t length = 0;
+        expect(GetBytePropertyViaVpdd(&length, sizeof bytes, "/y", bytes) == 0 && length == 1);
+    };
+    const auto read_firmware = [&](int) {
+        FirmwareVpd firmware;
+        uint32_t size = 0;
+        expect(GetFirmwareVPD(&size, 0, "orva3", &firmware) == 0 && std::string(firmware.build_id) == "*");
+    };
+    const auto read_list = [&](int) {
+        uint8_t* data = nullptr;
+        uint32_t length = 0;
+        VpddAllProperties* list = nullptr;
+        expect(vpdd_get_properties("/p", &data, &length) == 0 && vpdd_format_all_properties(data, length, &list) == 0);
+        expect(list != nullptr && list->next == nullptr);
+        freeVpddAllProperites(&list);
+        std::free(data);
+    };
+    run({read_alone, read_alone, read_alone, read_text, read_bytes, read_firmware, read_firmware, read_list});
+    EXPECT_EQ(wrong_values, 0);
 }
 
 }  // namespace
