@@ -17,7 +17,7 @@ inline constexpr std::size_t mac_size = 6;  // bytes
 inline void assign_mac(MacSlot& slot, const uint8_t* mac) {
     char text[24];
     std::snprintf(text, sizeof text, "%.2X:%.2X:%.2X:%.2X:%.2X:%.2X", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
-    assign_text(slot, text);
+    assign_text(slot, bounded_view(text, sizeof text));
 }
 
 inline bool host_macs_are_cached() { return __atomic_load_n(&isHostMacCache, __ATOMIC_ACQUIRE) != 0; }
