@@ -3,8 +3,8 @@
 #pragma once
 
 #include <cstdio>
+#include <cstring>
 
-#include "base/text.h"
 #include "orva_vpdd.h"
 
 namespace vpdd {
@@ -13,11 +13,12 @@ using MacSlot = char[26];
 
 inline constexpr std::size_t mac_size = 6;  // bytes
 
-/// Fills a whole slot with the text of six bytes.
+/// Fills a whole slot with the text of six bytes, in one copy: a reader may look meanwhile.
 inline void assign_mac(MacSlot& slot, const uint8_t* mac) {
-    char text[24];
-    std::snprintf(text, sizeof text, "%.2X:%.2X:%.2X:%.2X:%.2X:%.2X", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
-    assign_text(slot, bounded_view(text, sizeof text));
+    constexpr std::size_t text_size = 24;
+    MacSlot text = {};
+    std::snprintf(text, text_size, "%.2X:%.2X:%.2X:%.2X:%.2X:%.2X", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    std::memcpy(slot, text, sizeof slot);
 }
 
 inline bool host_macs_are_cached() { return __atomic_load_n(&isHostMacCache, __ATOMIC_ACQUIRE) != 0; }
