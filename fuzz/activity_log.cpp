@@ -2,7 +2,7 @@
 // The activity log as it lies on flash: loaded, restored from, polled against and rewritten.
 // Input: options, log. Options: bit 0 makes the entries' checksums right, bit 1 makes half of the input the backup of a
 // rewrite that was cut short, bit 2 makes the component a processor, bit 3 lets the component be absent, bit 4 empties
-// the log at the end.
+// the log at the end, bit 5 makes the first entry the processor's sensor too.
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -21,6 +21,7 @@ constexpr char log_path[] = "/flash/data0/component_activity.log";
 constexpr char backup_path[] = "/flash/data0/component_activity.log.backup";
 constexpr uint8_t fru_id = 1;
 constexpr std::size_t most_entries = 250;
+constexpr std::size_t sensor_size = 1492;
 
 void write_file(const char* path, std::span<const uint8_t> bytes) {
     FILE* const file = std::fopen(path, "w");
@@ -36,11 +37,12 @@ void write_files(std::span<const uint8_t> log, bool has_backup) {
     if (has_backup) write_file(backup_path, log.subspan(size));
 }
 
-void prepare_component(bool is_processor, bool is_absent) {
+/// `sensor` is what the platform reads of the processor's sensor.
+void prepare_component(bool is_processor, Bytes sensor) {
     const uint8_t entity = is_processor ? 0x03 : 0x1D;  // a fan else
     world().sdr = {images::FruLocator(fru_id, "CPU 1").entity(entity, 1)};
     world().frus[fru_id] = images::FruImage().board({.manufacturer = "Zelt", .serial = "S1"}).build();
-    world().sensors.resize(is_processor && !is_absent ? 1492 : 0);
+    if (is_processor) world().sensors = std::move(sensor);
 }
 
 /// Entries that are loaded.
@@ -79,7 +81,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
 
     Round round;
     write_files(log, (options & 2U) != 0);
-    prepare_component((options & 4U) != 0, (options & 8U) != 0);
+    Bytes sensor((options & 0x20U) != 0 ? log : Bytes{});
+    sensor.resize((options & 8U) != 0 ? 0 : sensor_size);
+    prepare_component((options & 4U) != 0, std::move(sensor));
     round.create();
     UpdateComponentStatus(0);
     cached_records();

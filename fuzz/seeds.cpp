@@ -234,6 +234,7 @@ void add_logs(const Seeds& seeds) {
     const Bytes absent = log_entry(1, "Fan 1", 0x1D, 0);
     seeds.add("activity_log", "empty", Bytes{0});
     seeds.add("activity_log", "cpu", Bytes{0x05} + cpu + gone);
+    seeds.add("activity_log", "cpu_with_sensor", Bytes{0x25} + cpu + gone);
     seeds.add("activity_log", "cpu_without_sensor", Bytes{0x0D} + cpu);
     seeds.add("activity_log", "fan", Bytes{0x01} + fan);
     seeds.add("activity_log", "fan_back", Bytes{0x11} + fan + absent);
