@@ -138,7 +138,7 @@ SdrAnswer standard_sdr_answer(uint16_t record_id) {
 
 void require(bool is_so, const char* what) {
     if (is_so) return;
-    // Standard error may be closed: the text is in the report of the signal's stack too.
+    // Standard error may be closed: fuzz/run_target shows a finding again with it open.
     std::fprintf(stderr, "requirement: %s\n", what);
     std::abort();
 }
