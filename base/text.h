@@ -20,7 +20,7 @@ template <std::size_t Size>
 void assign_text(char (&field)[Size], std::string_view text, std::size_t limit = Size - 1) {
     if (limit > Size - 1) limit = Size - 1;
     const std::size_t length = text.size() < limit ? text.size() : limit;
-    std::memcpy(field, text.data(), length);
+    if (length > 0) std::memcpy(field, text.data(), length);  // an empty text may have no address
     std::memset(field + length, 0, Size - length);
 }
 

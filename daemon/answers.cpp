@@ -35,7 +35,8 @@ Reply status_reply(const Holdings& holdings, std::size_t room) {
         add("\nlog_entries=", holdings.inventory->log.size());
         if (!holdings.inventory->trouble.empty()) text += "\ntrouble=" + holdings.inventory->trouble;
     }
-    text = text.substr(0, VPDD_STATUS_ROOM - 1) + '\n';
+    text.resize(std::min<std::size_t>(text.size(), VPDD_STATUS_ROOM - 1));
+    text += '\n';
     return reply_with({text.begin(), text.end()}, holdings.inventory ? holdings.inventory->pass : 0);
 }
 
