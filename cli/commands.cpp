@@ -76,6 +76,38 @@ constexpr auto all_commands = std::to_array<Command>({
      "  vpdctl simulate pull 71 --server ddr5-2s --state DIR\n"
      "  vpdctl simulate insert \"Fan 2\" --server ddr5-2s --state DIR\n",
      declare_simulate},
+    {"firmware", "Show the installed firmware",
+     "Build id, date and version of every image that the library knows. The names of older\n"
+     "controllers (orva, orva2) show the same builds as orva3. What cannot be read, or is\n"
+     "not there, is a *.\n"
+     "\n"
+     "Examples:\n"
+     "  vpdctl firmware --server ddr5-2s\n"
+     "  vpdctl firmware --server ddr5-2s --json | jq '.Firmware[] | select(.Id == \"uefi\").Version'\n",
+     declare_firmware},
+    {"property", "Show a property of the management controller",
+     "The value of PATH, or with --tree all properties below it. What is no text is shown in\n"
+     "hexadecimal.\n"
+     "\n"
+     "Examples:\n"
+     "  vpdctl property /v2/qsv/build_id --server ddr5-2s\n"
+     "  vpdctl property /v2 --tree --server ddr5-2s\n"
+     "  vpdctl property /ac --tree --server ddr5-2s --json | jq '.Properties[].Bytes'\n",
+     declare_property},
+    {"slots", "Draw the DIMM slots of a server's board, with its modules",
+     "For each processor socket its memory controllers, their channels and the slots on\n"
+     "each channel, with size and speed (MT/s) of the module in it. A module belongs to the\n"
+     "slot with the last number in its name.\n"
+     "\n"
+     "Without a server the bare board of a platform is drawn. The environment variables\n"
+     "hw_rev and VSK_NUM_SOCKETS choose a variant of some platforms.\n"
+     "\n"
+     "Examples:\n"
+     "  vpdctl slots --server ddr5-2s\n"
+     "  vpdctl slots --server ddr5-2s --svg board.svg\n"
+     "  vpdctl slots --platform 0x00500076\n"
+     "  vpdctl slots --server ddr5-2s --json | jq '.Slots[] | select(.State == \"Empty\").Slot'\n",
+     declare_slots},
     {"spd", "Decode a saved SPD image of a memory module",
      "FILE holds the module's SPD bytes from byte 0 on, raw or as the text of a hex dump\n"
      "(xxd, hexdump -C). DDR3, DDR4, DDR5 and NVDIMM images are decoded.\n"

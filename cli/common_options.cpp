@@ -5,8 +5,8 @@
 
 namespace vpdd::cli {
 
-void add_server_option(CLI::App& verb, std::string& server) {
-    verb.add_option("--server", server, "Description of the server, or the name of one that came with vpdctl")
+CLI::Option* add_server_option(CLI::App& verb, std::string& server) {
+    return verb.add_option("--server", server, "Description of the server, or the name of one that came with vpdctl")
         ->required()
         ->type_name("FILE");
 }

@@ -14,7 +14,7 @@ class Option;
 namespace vpdd::cli {
 
 /// --server, which has to be given.
-void add_server_option(CLI::App& verb, std::string& server);
+CLI::Option* add_server_option(CLI::App& verb, std::string& server);
 void add_json_option(CLI::App& verb, bool& json);
 void add_log_option(CLI::App& verb, std::string& log);
 /// --real-time and --log.

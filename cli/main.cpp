@@ -18,6 +18,7 @@ constexpr const char* footer =
     "Examples:\n"
     "  vpdctl inventory --server ddr5-2s.json    what a server is made of\n"
     "  vpdctl machine --server ddr5-2s.json      its type, serial number and addresses\n"
+    "  vpdctl slots --server ddr5-2s.json        its DIMM slots, drawn\n"
     "  vpdctl spd dimm.bin                       a saved SPD image\n"
     "  vpdctl fru board.bin --json               a saved FRU image, for a program\n"
     "  vpdctl COMMAND --help                     more about one command\n"

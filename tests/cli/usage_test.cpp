@@ -26,7 +26,8 @@ TEST(Usage, HelpTeachesWithExamplesAndExitCodes) {
 }
 
 TEST(Usage, EachCommandHasHelpWithAnExample) {
-    for (const std::string command : {"inventory", "machine", "status", "log", "history", "spd", "fru"}) {
+    for (const std::string command :
+         {"inventory", "machine", "status", "log", "history", "firmware", "property", "slots", "spd", "fru"}) {
         const Outcome outcome = vpdctl({command, "--help"});
 
         EXPECT_EQ(outcome.code, exit_ok) << command;
