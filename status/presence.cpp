@@ -99,7 +99,7 @@ Presence probe_processor(const ComponentVpdRecord& record) {
     const std::span<const SensorEntry> sensors = read_processor_sensors(*buffer);
     if (sensors.empty()) return no_sensor(record);
 
-    static constexpr SensorEntry absent{};  // a processor without a sensor of its name reads as absent
+    const SensorEntry absent{};  // a processor without a sensor of its name reads as absent
     const SensorEntry* const found = find_sensor(sensors, record);
     const SensorEntry& sensor = found != nullptr ? *found : absent;
     const int32_t status = (sensor.state & presence_detected) != 0 ? status_present : status_absent;

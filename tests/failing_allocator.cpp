@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "failing_allocator.h"
 
+#include <malloc.h>
+
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -16,8 +18,7 @@ namespace vpdd::test {
 namespace {
 
 /// The code of the library, and of those that allocate for it.
-std::array<ObjectCode, 3> codes{ObjectCode(library_file), ObjectCode("/libc.so.6"),
-                                ObjectCode("/ld-linux-x86-64.so.2")};
+std::array<ObjectCode, 3> codes{ObjectCode(library_file), ObjectCode("/libc.so.6"), ObjectCode("/ld-linux")};
 std::atomic<std::size_t> watched_codes{0};
 std::atomic<bool> watching{false};
 std::atomic<std::size_t> allocation_count{0};
@@ -29,6 +30,8 @@ std::atomic<bool> failed{false};
 std::mutex live_mutex;
 std::array<void*, 65536> live{};
 std::size_t live_count = 0;
+std::size_t live_size = 0;  // bytes
+std::size_t peak_size = 0;
 
 [[maybe_unused]] bool is_watched(const void* caller) {
     if (!watching) return false;
@@ -51,6 +54,8 @@ std::size_t live_count = 0;
     if (block == nullptr) return block;
     if (live_count == live.size()) std::abort();
     live[live_count++] = block;
+    live_size += malloc_usable_size(block);
+    peak_size = std::max(peak_size, live_size);
     return block;
 }
 
@@ -59,6 +64,7 @@ std::size_t live_count = 0;
     for (std::size_t i = 0; i < live_count; ++i) {
         if (live[i] != block) continue;
         live[i] = live[--live_count];
+        live_size -= malloc_usable_size(block);
         return;
     }
 }
@@ -72,13 +78,15 @@ AllocationWatch::AllocationWatch(std::size_t failing, Failing how, Allocating wh
     failed = false;
     failing_number = failing;
     fails_from_then_on = how == Failing::from_then_on;
-    live_count = 0;
+    live_count = live_size = peak_size = 0;
     watching = true;
 }
 
 AllocationWatch::~AllocationWatch() { watching = false; }
 
 std::size_t AllocationWatch::allocations() const { return allocation_count; }
+
+std::size_t AllocationWatch::peak_bytes() const { return peak_size; }
 
 bool AllocationWatch::has_failed() const { return failed; }
 

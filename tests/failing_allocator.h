@@ -43,6 +43,8 @@ public:
 
     /// Allocations that the library asked for so far.
     std::size_t allocations() const;
+    /// The most that was allocated under this watch at one time.
+    std::size_t peak_bytes() const;
     /// Whether an allocation was made to fail.
     bool has_failed() const;
     /// Blocks that the library allocated under this watch and that nobody has freed.

@@ -11,10 +11,11 @@
 
 namespace vpdd::test {
 
-/// The machine code of a loaded object, by the end of its file name.
+/// The machine code of a loaded object, by its file name.
 class ObjectCode {
 public:
-    constexpr explicit ObjectCode(std::string_view file_name) : file_name_(file_name) {}
+    /// `name` is a part of its file name that no other object has.
+    constexpr explicit ObjectCode(std::string_view name) : name_(name) {}
 
     /// Looks the object up, if it is loaded.
     void find() { dl_iterate_phdr(look_at, this); }
@@ -27,7 +28,7 @@ public:
 private:
     static int look_at(dl_phdr_info* object, std::size_t, void* wanted) {
         auto& code = *static_cast<ObjectCode*>(wanted);
-        if (!std::string_view(object->dlpi_name).ends_with(code.file_name_)) return 0;
+        if (std::string_view(object->dlpi_name).find(code.name_) == std::string_view::npos) return 0;
         for (std::size_t i = 0; i < object->dlpi_phnum; ++i) {
             const auto& segment = object->dlpi_phdr[i];
             if (segment.p_type != PT_LOAD || (segment.p_flags & PF_X) == 0) continue;
@@ -37,7 +38,7 @@ private:
         return 1;
     }
 
-    std::string_view file_name_;
+    std::string_view name_;
     std::atomic<uintptr_t> first_{0}, end_{0};
 };
 

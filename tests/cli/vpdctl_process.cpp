@@ -14,6 +14,8 @@
 #include <sstream>
 #include <system_error>
 
+#include "target_program.h"
+
 namespace vpdd::test {
 
 namespace {
@@ -27,10 +29,7 @@ namespace {
     for (const auto& [name, value] : environment) setenv(name.c_str(), value.c_str(), 1);
     std::vector<std::string> words = {VPDCTL_PROGRAM};
     words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> pointers;
-    for (std::string& word : words) pointers.push_back(word.data());
-    pointers.push_back(nullptr);
-    execv(VPDCTL_PROGRAM, pointers.data());
+    become(words);
     _exit(127);
 }
 

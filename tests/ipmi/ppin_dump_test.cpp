@@ -38,6 +38,14 @@ TEST_F(PpinDump, IsKeptInTheRecordsWord) {
     EXPECT_NE(node->record.ppin_dump, 0U);
 }
 
+#if UINTPTR_MAX == UINT32_MAX
+TEST_F(PpinDump, StandsAtTheAddressInTheRecordsWord) {
+    EXPECT_EQ(dump(), 0);
+    const auto* const kept = reinterpret_cast<const uint8_t*>(static_cast<uintptr_t>(node->record.ppin_dump));
+    EXPECT_EQ(Bytes(kept, kept + image.size()), image);
+}
+#endif
+
 TEST_F(PpinDump, HoldsTheLastNineBytesOfTheImageAndTheOneBehind) {
     if (!allocator_can_fail) GTEST_SKIP() << "the sanitizer owns malloc";
     const AllocationWatch watch;

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "status_world.h"
+#include "target_program.h"
 
 using namespace vpdd::test;
 
@@ -51,7 +52,8 @@ testing::AssertionResult is_same_row(const Row& actual, const Row& expected) {
 
 /// What the probe printed.
 std::string probe(const char* library_folder, const char* actions) {
-    const std::string command = formatted("LD_LIBRARY_PATH=%s %s %s 2>&1", library_folder, LOADING_PROBE, actions);
+    const std::string command =
+        formatted("LD_LIBRARY_PATH=%s %s %s %s 2>&1", library_folder, emulator().c_str(), LOADING_PROBE, actions);
     FILE* const output = popen(command.c_str(), "r");
     std::string text;
     char block[256];
