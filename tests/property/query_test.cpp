@@ -411,7 +411,9 @@ TEST_F(PropertyByText, HandsOutOneBlockAndKeepsNone) {
     set("/a", "value");
     const AllocationWatch watch;
     const Value value = read_by_text("/a");
-    EXPECT_THAT(watch.blocks(), ElementsAre(value.value.get()));
+    if (allocator_can_fail) {
+        EXPECT_THAT(watch.blocks(), ElementsAre(value.value.get()));
+    }
 }
 
 TEST_F(PropertyByText, RefusesNullOutputs) {
@@ -517,6 +519,8 @@ struct CopyRow {
     const char* mutex;
 };
 
+void PrintTo(const CopyRow& row, std::ostream* stream) { *stream << row.name; }
+
 class CopyingQuery : public CopiedProperty, public testing::WithParamInterface<CopyRow> {
 protected:
     const std::string lock = std::string("lock ") + GetParam().mutex;
@@ -556,7 +560,9 @@ TEST_P(CopyingQuery, FreesTheValue) {
     set("/a", "value");
     const AllocationWatch watch;
     copy(GetParam().function, "/a");
-    EXPECT_GT(watch.allocations(), 0U);
+    if (allocator_can_fail) {
+        EXPECT_GT(watch.allocations(), 0U);
+    }
     EXPECT_EQ(watch.live_blocks(), 0U);
 }
 
