@@ -57,7 +57,7 @@ DateText::DateText(int year, int month, int day) {
 }
 
 void DateText::append(int number, std::ptrdiff_t least_digits) {
-    char digits[std::numeric_limits<int>::digits10 + 2];
+    char digits[std::numeric_limits<int>::digits10 + 2] = {};
     const char* const end = std::to_chars(digits, digits + sizeof digits, number).ptr;
     for (std::ptrdiff_t missing = least_digits - (end - digits); missing > 0; --missing) characters_[length_++] = '0';
     for (const char* digit = digits; digit != end; ++digit) characters_[length_++] = *digit;

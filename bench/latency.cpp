@@ -72,7 +72,7 @@ int main() {
     create_cache(components, Kind::board, fru_image(256));
     std::printf("look-ups beside updates of %zu components, us\n", components);
     std::printf("%-8s %9s %9s %9s %9s %9s   %8s %15s\n", "threads", "50 %", "90 %", "99 %", "99.9 %", "longest",
-                "updates", "longest update");
+                "look-ups", "longest update");
     for (unsigned threads = 1; threads <= 8; ++threads) {
         const Result result = measure(threads);
         std::printf("%-8u %9.2f %9.2f %9.2f %9.2f %9.2f %10zu %15.2f\n", threads, percentile(result.times, 0.5),

@@ -86,7 +86,8 @@ void copy_under_two_mutexes(const ComponentVpdRecord& from) {
 
 void add_look_ups() {
     static const Bytes image = fru_image(256);
-    for (const auto& [position, fru_id] : {std::pair{"first", 1}, {"middle", 128}, {"last", 255}}) {
+    // The id 255 asks for the first record, so that 254 is the last that can be looked up.
+    for (const auto& [position, fru_id] : {std::pair{"first", 1}, {"middle", 128}, {"last", 254}}) {
         const std::string row = std::string("lookup.") + position;
         const auto id = static_cast<uint8_t>(fru_id);
         side(
@@ -97,7 +98,7 @@ void add_look_ups() {
         });
     }
     side(
-        "lookup.of 2048/ours", [] { look_up(255); }, [] { create_cache(2048, Kind::board, image); });
+        "lookup.of 2048/ours", [] { look_up(254); }, [] { create_cache(2048, Kind::board, image); });
     for (const std::size_t records : {256, 2048}) {
         const std::string row = "bulk." + std::to_string(records);
         const auto size = static_cast<uint32_t>(records * record_size);

@@ -17,6 +17,15 @@ void FruIndex::build(const ComponentVpdList& list) {
     }
 }
 
+ComponentVpdNode* FruIndex::find(uint8_t fru_id, const ComponentVpdList& list) const {
+    ComponentVpdNode* node = first_[fru_id];
+    if (node != nullptr && node->record.fru_id == fru_id) return node;
+    // Whoever got a record from FindFRURecord() may have given it another id.
+    node = list.head;
+    while (node != nullptr && node->record.fru_id != fru_id) node = node->next;
+    return node;
+}
+
 void log_cache_not_created(const char* function, int line, const char* tail) {
     log_located(log_info, function, line, "ERROR:Cache wasn't created(status: %d)%s", vpd_cache_status.load(), tail);
 }

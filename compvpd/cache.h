@@ -19,8 +19,8 @@ public:
     void build(const ComponentVpdList& list);
     void clear() { first_ = {}; }
 
-    /// Null for an id that no record has.
-    ComponentVpdNode* find(uint8_t fru_id) const { return first_[fru_id]; }
+    /// Null for an id that no record of the list has.
+    ComponentVpdNode* find(uint8_t fru_id, const ComponentVpdList& list) const;
 
 private:
     std::array<ComponentVpdNode*, 256> first_{};
@@ -31,6 +31,9 @@ extern ComponentVpdList component_vpd_list;
 
 /// Of the list, from the end of creation to destruction: in between no record comes, goes or gets another id.
 extern FruIndex fru_index;
+
+/// The first node with this FRU id; null when there is none.
+inline ComponentVpdNode* find_node(uint8_t fru_id) { return fru_index.find(fru_id, component_vpd_list); }
 
 /// Logs that the cache stands in another status than created. `tail` ends the line: look-ups and status passes write a
 /// newline, update and destruction do not.

@@ -25,7 +25,7 @@ constexpr uint32_t bulk_limit = 2048;  // records in one bulk copy
 /// 0 and 0xFF both ask for the first record.
 const ComponentVpdNode* node_asked_for(uint8_t fru_id) {
     if (fru_id == 0 || fru_id == 0xFF) return component_vpd_list.head;
-    return vpdd::fru_index.find(fru_id);
+    return vpdd::find_node(fru_id);
 }
 
 uint8_t fru_id_behind(const ComponentVpdNode* node) {
@@ -129,7 +129,7 @@ extern "C" int FindFRURecord(uint32_t fru_id, ComponentVpdRecord** out) {
         return not_created;
     }
     const ScopedLock lock(compvpd_access_mutex);
-    ComponentVpdNode* const node = vpdd::fru_index.find(static_cast<uint8_t>(fru_id));
+    ComponentVpdNode* const node = vpdd::find_node(static_cast<uint8_t>(fru_id));
     ComponentVpdRecord* const record = node != nullptr ? &node->record : nullptr;
     if (record != nullptr) {
         std::printf("--> Found FRU, comp_info address = %p, fru id = %d\n", static_cast<void*>(record), record->fru_id);

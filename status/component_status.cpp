@@ -117,7 +117,7 @@ bool is_same_component(const ComponentVpdRecord& one, const ComponentVpdRecord& 
 }
 
 ComponentVpdRecord* cached_record(uint8_t fru_id) {
-    ComponentVpdNode* const node = vpdd::fru_index.find(fru_id);
+    ComponentVpdNode* const node = vpdd::find_node(fru_id);
     return node != nullptr ? &node->record : nullptr;
 }
 
@@ -146,6 +146,7 @@ private:
     void notify(const ComponentVpdRecord& record);
 
     StatusList& log_;
+    vpdd::ProcessorSensors sensors_;
     bool has_changed_ = false;
 };
 
@@ -191,7 +192,7 @@ void StatusPass::close_vanished(ComponentVpdRecord& entry) {
 }
 
 void StatusPass::poll(ComponentVpdRecord& record) {
-    const vpdd::Presence presence = is_processor(record) ? vpdd::probe_processor(record) : vpdd::probe_fru(record);
+    const vpdd::Presence presence = is_processor(record) ? sensors_.probe(record) : vpdd::probe_fru(record);
     switch (presence.finding) {
         case vpdd::Finding::unavailable:
             return;

@@ -3,9 +3,8 @@
 
 #include <algorithm>
 #include <array>
-#include <span>
+#include <cstring>
 
-#include "base/heap.h"
 #include "base/log_line.h"
 #include "base/text.h"
 #include "ipmi/request.h"
@@ -27,61 +26,12 @@ constexpr int progress = static_cast<int>(vpdd::TraceLevel::progress);
 constexpr uint8_t processor_sensor = 0x07;    // IPMI 2.0, table 42-3
 constexpr uint16_t presence_detected = 0x80;  // processor sensor, offset 7
 
-/// A sensor as the platform returns it.
-struct SensorEntry {
-    uint8_t reserved_0[2];
-    uint16_t is_valid;
-    uint8_t reserved_4[2];
-    char name[192];
-    uint16_t state;
-    uint8_t reserved_200[2];
-    char state_text[1290];
-};
-static_assert(sizeof(SensorEntry) == 1492);
-static_assert(offsetof(SensorEntry, is_valid) == 2);
-static_assert(offsetof(SensorEntry, name) == 6);
-static_assert(offsetof(SensorEntry, state) == 198);
-static_assert(offsetof(SensorEntry, state_text) == 202);
-
-constexpr std::size_t most_sensors = 768;
-using SensorBuffer = std::array<SensorEntry, most_sensors>;
-static_assert(sizeof(SensorBuffer) == 1145856);
-
 constexpr uint8_t read_fru_data = 0x11;  // IPMI 2.0, 34.2
 constexpr uint8_t probe_length = 8;      // bytes of the FRU's header
 constexpr uint8_t fru_device_busy = 0x81;
 constexpr uint8_t no_answer = 0xFF;  // unspecified error
 constexpr int probe_attempts = 3;
 constexpr useconds_t pause_after_failure = 300000;  // microseconds
-
-/// The processor sensors; empty when they cannot be read.
-std::span<const SensorEntry> read_processor_sensors(SensorBuffer& buffer) {
-    uint32_t size = 1;
-    const int result = GetAllSensorInfoByType(&size, sizeof buffer, &processor_sensor, &buffer);
-    if (result != 0) {
-        log_text(vpdd::log_info, "%s(%d): Get sensor info fail, return=%d\n", reading_name, __LINE__, result);
-        return {};
-    }
-    const std::size_t count = std::min<std::size_t>(size / sizeof(SensorEntry), buffer.size());
-    if (count == 0) {
-        log_text(vpdd::log_info, "%s(%d): No sensor info for type %d\n", reading_name, __LINE__, processor_sensor);
-    }
-    return std::span(buffer).first(count);
-}
-
-/// The first valid sensor whose name contains the component's; null when there is none.
-const SensorEntry* find_sensor(std::span<const SensorEntry> sensors, const ComponentVpdRecord& record) {
-    const std::string_view wanted = bounded_view(record.name, sizeof record.name);
-    for (std::size_t i = 0; i < sensors.size(); ++i) {
-        const SensorEntry& sensor = sensors[i];
-        if (sensor.is_valid == 0) continue;
-        log_debug_log(vpdd::trace_file, progress, "[%s]:(%d) - fruName:[%s] saTheSensorInstance[%d].szName:[%s] \n",
-                      reading_name, __LINE__, vpdd::Terminated(record.name).c_str(), static_cast<int>(i),
-                      vpdd::Terminated(sensor.name).c_str());
-        if (bounded_view(sensor.name, sizeof sensor.name).find(wanted) != std::string_view::npos) return &sensor;
-    }
-    return nullptr;
-}
 
 Presence no_sensor(const ComponentVpdRecord& record) {
     log_text(vpdd::log_info, "%s(%d): Can't found the %s's sensor\n", status_name, __LINE__,
@@ -93,15 +43,74 @@ Presence no_sensor(const ComponentVpdRecord& record) {
 
 namespace vpdd {
 
-Presence probe_processor(const ComponentVpdRecord& record) {
-    const auto buffer = allocate_zeroed<SensorBuffer>();
-    if (buffer == nullptr) return no_sensor(record);
-    const std::span<const SensorEntry> sensors = read_processor_sensors(*buffer);
-    if (sensors.empty()) return no_sensor(record);
+/// A sensor as the platform returns it.
+struct ProcessorSensors::Entry {
+    uint8_t reserved_0[2];
+    uint16_t is_valid;
+    uint8_t reserved_4[2];
+    char name[192];
+    uint16_t state;
+    uint8_t reserved_200[2];
+    char state_text[1290];
+};
 
-    const SensorEntry absent{};  // a processor without a sensor of its name reads as absent
-    const SensorEntry* const found = find_sensor(sensors, record);
-    const SensorEntry& sensor = found != nullptr ? *found : absent;
+struct ProcessorSensors::Buffer {
+    static constexpr std::size_t most_sensors = 768;
+    std::array<Entry, most_sensors> sensors;
+};
+
+/// Nothing that the platform wrote the time before is left. False without memory.
+bool ProcessorSensors::prepare() {
+    static_assert(sizeof(Entry) == 1492);
+    static_assert(offsetof(Entry, is_valid) == 2);
+    static_assert(offsetof(Entry, name) == 6);
+    static_assert(offsetof(Entry, state) == 198);
+    static_assert(offsetof(Entry, state_text) == 202);
+    static_assert(sizeof(Buffer) == 1145856);
+    if (buffer_ == nullptr) {
+        buffer_ = allocate_zeroed<Buffer>();
+    } else {
+        std::memset(buffer_.get(), 0, written_);
+    }
+    return buffer_ != nullptr;
+}
+
+/// False when there are none.
+bool ProcessorSensors::read() {
+    uint32_t size = 1;
+    const int result = GetAllSensorInfoByType(&size, sizeof(Buffer), &processor_sensor, buffer_.get());
+    if (result != 0) {
+        written_ = sizeof(Buffer);  // as much as it can be
+        log_text(log_info, "%s(%d): Get sensor info fail, return=%d\n", reading_name, __LINE__, result);
+        return false;
+    }
+    written_ = std::min<std::size_t>(size, sizeof(Buffer));
+    count_ = written_ / sizeof(Entry);
+    if (count_ > 0) return true;
+    log_text(log_info, "%s(%d): No sensor info for type %d\n", reading_name, __LINE__, processor_sensor);
+    return false;
+}
+
+/// The first valid sensor whose name contains the component's; null when there is none.
+const ProcessorSensors::Entry* ProcessorSensors::find(const ComponentVpdRecord& record) const {
+    const std::string_view wanted = bounded_view(record.name, sizeof record.name);
+    for (std::size_t i = 0; i < count_; ++i) {
+        const Entry& sensor = buffer_->sensors[i];
+        if (sensor.is_valid == 0) continue;
+        log_debug_log(trace_file, progress, "[%s]:(%d) - fruName:[%s] saTheSensorInstance[%d].szName:[%s] \n",
+                      reading_name, __LINE__, Terminated(record.name).c_str(), static_cast<int>(i),
+                      Terminated(sensor.name).c_str());
+        if (bounded_view(sensor.name, sizeof sensor.name).find(wanted) != std::string_view::npos) return &sensor;
+    }
+    return nullptr;
+}
+
+Presence ProcessorSensors::probe(const ComponentVpdRecord& record) {
+    if (!prepare() || !read()) return no_sensor(record);
+
+    const Entry absent{};  // a processor without a sensor of its name reads as absent
+    const Entry* const found = find(record);
+    const Entry& sensor = found != nullptr ? *found : absent;
     const int32_t status = (sensor.state & presence_detected) != 0 ? status_present : status_absent;
     log_debug_log(trace_file, progress,
                   "[%s]:(%d) - fruName:[%s] entityId(comp):[0x%x] status:[0x%x] (sensor name: %s, stateValue:%d)\n",

@@ -2,6 +2,9 @@
 // How it is found out whether a component is there.
 #pragma once
 
+#include <cstddef>
+
+#include "base/heap.h"
 #include "orva_vpdd.h"
 
 namespace vpdd {
@@ -21,7 +24,25 @@ struct Presence {
     int32_t status;
 };
 
-Presence probe_processor(const ComponentVpdRecord& record);
+/// The processor sensors, as the platform tells them. They are read for each processor, but the megabyte for them is
+/// allocated and zeroed once.
+class ProcessorSensors {
+public:
+    Presence probe(const ComponentVpdRecord& record);
+
+private:
+    struct Buffer;
+    struct Entry;
+
+    bool prepare();
+    bool read();
+    const Entry* find(const ComponentVpdRecord& record) const;
+
+    HeapBlock<Buffer> buffer_;
+    std::size_t written_ = 0;  // bytes that the platform has written
+    std::size_t count_ = 0;    // sensors
+};
+
 Presence probe_fru(const ComponentVpdRecord& record);
 
 }  // namespace vpdd

@@ -598,6 +598,32 @@ TEST_F(FindFruRecordTest, FindsTheFirstOfSeveralRecordsWithTheSameId) {
     EXPECT_STREQ(cached(5)->name, "FRU 1");
 }
 
+TEST_F(FindFruRecordTest, FindsTheSameRecordAfterAnUpdate) {
+    create_with_ids({4, 5, 5});
+    const ComponentVpdRecord* const before = cached(5);
+    UpdateComponentVPDCache();
+    EXPECT_EQ(cached(5), before);
+    EXPECT_STREQ(cached(5)->name, "FRU 1");
+}
+
+TEST_F(FindFruRecordTest, FindsOnlyRecordsOfTheNewCacheAfterTheOldOneWasDestroyed) {
+    create_with_ids({5, 6, 7});
+    ASSERT_EQ(DestroyComponentVPDCache(), 0);
+    create_with_ids({7, 5, 9});
+    EXPECT_EQ(cached(6), nullptr);
+    ASSERT_NE(cached(5), nullptr);
+    EXPECT_STREQ(cached(5)->name, "FRU 1");
+    EXPECT_STREQ(cached(7)->name, "FRU 0");
+}
+
+TEST_F(FindFruRecordTest, FindsARecordUnderTheIdThatItsHolderGaveIt) {
+    create_with_ids({5, 6});
+    ComponentVpdRecord* const record = cached(5);
+    record->fru_id = 9;
+    EXPECT_EQ(cached(9), record);
+    EXPECT_EQ(cached(5), nullptr);
+}
+
 TEST_F(FindFruRecordTest, FindsNothingInAnEmptyCache) {
     create_with_ids({});
     ComponentVpdRecord* record = &copy;

@@ -40,6 +40,11 @@ protected:
         cache({make_cpu(5, 1, "A", present)});
     }
 
+    void two_processors() {
+        ASSERT_EQ(DestroyComponentVPDCache(), 0);
+        cache({make_cpu(5, 1, "A", present), make_cpu(6, 2, "A", present)});
+    }
+
     int32_t poll() {
         EXPECT_EQ(UpdateComponentStatus(poll_mode), 0);
         return cached(5)->status;
@@ -316,6 +321,24 @@ TEST_F(CpuProbe, TracesEachComparedSensorAndWhatItFound) {
                   "[UpdateComponentStatus]:() - fruName:[CPU 1] entityId(comp):[0x3] status:[0x1] (sensor name: CPU "
                   "1, stateValue:128)\n",
               }));
+}
+
+TEST_F(CpuProbe, ShowsThePlatformAClearedBufferForEachProcessor) {
+    two_processors();
+    platform.sensor_read.then({0, sensor_entries({{"CPU 1"}, {"CPU 2"}})});
+    platform.sensor_read.then({0, sensor_entries({{"Other"}}), 2 * 1492});
+    EXPECT_EQ(poll(), present);
+    EXPECT_EQ(cached(6)->status, absent);
+}
+
+TEST_F(CpuProbe, AllocatesTheSensorsOfAPassOnce) {
+    if (!allocator_can_fail) GTEST_SKIP() << "the sanitizer owns the allocator";
+    two_processors();
+    sensors({{"CPU 1"}, {"CPU 2"}});
+    const AllocationWatch watch;
+    poll();
+    EXPECT_EQ(watch.allocations(), 1U);
+    EXPECT_EQ(watch.live_blocks(), 0U);
 }
 
 TEST_F(CpuProbe, ReleasesTheSensors) {
