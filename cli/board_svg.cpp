@@ -39,7 +39,7 @@ constexpr const char* style_sheet =
     ".title{font-size:20px;font-weight:600}.summary{font-size:14px;fill:#52606d}"
     ".socket{font-size:15px;font-weight:600}.number{font-size:12px;text-anchor:middle}"
     ".group{font-size:11px;text-anchor:middle;fill:#3e4c59}.note{font-size:13px}"
-    ".stick{font-size:13px;text-anchor:middle;dominant-baseline:central}"
+    ".stick{font-size:13px;text-anchor:middle}"
     ".module{fill:#fff}.empty{fill:#7b8794}.unread{fill:#8e2a1e}"
     ".bracket{stroke:#7b8794;stroke-width:1.5;fill:none}";
 
@@ -156,7 +156,7 @@ void write_stick(std::ostream& out, int x, const Slot& slot, const Kinds& kinds)
     out << "<g><title>" << xml_text(tooltip(slot)) << "</title>\n";
     write_text(out, middle, stick_top - 8, "number", std::to_string(slot.place.slot));
     write_box(out, {x, stick_top, stick_width, stick_height}, kinds.look(slot.content), 3);
-    out << "<text transform=\"translate(" << middle << ' ' << center << ") rotate(-90)\" class=\""
+    out << "<text transform=\"translate(" << middle << ' ' << center << ") rotate(-90)\" dy=\".35em\" class=\""
         << text_class(slot.content.state) << "\">" << xml_text(slot_text(slot.content)) << "</text></g>\n";
 }
 

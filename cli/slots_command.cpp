@@ -14,7 +14,6 @@
 #include "cli/common_options.h"
 #include "cli/display_text.h"
 #include "cli/machine.h"
-#include "platform/configuration.h"
 
 namespace vpdd::cli {
 
@@ -49,9 +48,10 @@ Board board_of(const std::string& platform, const SessionOptions& options) {
     SessionOptions nothing_kept = options;
     nothing_kept.state_directory.clear();
     ServerSession session(nothing_kept);
-    session.open_text(R"({"name": "board", "machine": {}, "frus": []})");
-    constexpr int any_flag = 1;
-    tarn_config_set_int("tarn_var_int_platform_id", static_cast<int32_t>(platform_id_of(platform)), any_flag);
+    const uint32_t id = platform_id_of(platform);
+    const Json machine = {{"vpd_id", hex_number(id >> 16U, 4)}, {"pos_id", hex_number(id & 0xFFFFU, 4)}};
+    session.open_text(Json{{"name", "board"}, {"machine", machine}, {"frus", Json::array()}}.dump());
+    read_machine();  // publishes the platform id
     if (GetMemSlot() == nullptr) {
         throw WrongUsage("there is no slot map of platform " + displayable(platform) + "; known are " +
                          known_platforms());
