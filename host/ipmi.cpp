@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
-// The IPMI stack: a table of the commands that this controller knows.
+// The IPMI stack: a table of the commands that this controller knows, unless the server has a BMC of its own.
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <span>
 
 #include "host/ipmi_response.h"
@@ -115,6 +116,21 @@ Response carry_out(Server& server, uint8_t netfn, uint8_t cmd, Request request) 
     return command->carry_out(server, request);
 }
 
+constexpr uint8_t netfn_storage = 0x0A, read_fru_data_command = 0x11;
+
+/// As the library's progress wants it: the locators come first, then the FRUs.
+void report_bmc_progress(Server& server, uint8_t fru_id) {
+    const auto [position, total] = server.seen_locators.position(fru_id);
+    if (server.options.progress == nullptr || position == 0 || !server.read_progress.is_first_read(fru_id)) return;
+    server.options.progress(server.options.progress_context, fru_id, position, total);
+}
+
+/// A command of the platform functions.
+struct Frame {
+    uint8_t address, netfn, lun, cmd;
+    Request request;
+};
+
 /// Completion code and data, as far as they fit. @return bytes written
 std::size_t put(const Response& response, std::span<uint8_t> out) {
     if (out.empty()) return 0;
@@ -122,6 +138,21 @@ std::size_t put(const Response& response, std::span<uint8_t> out) {
     const std::size_t length = std::min(response.data.size(), out.size() - 1);
     std::copy_n(response.data.begin(), length, out.begin() + 1);
     return length + 1;
+}
+
+/// @return bytes written; none when the stack failed
+std::optional<uint32_t> answer(Server& server, const Frame& frame, std::span<uint8_t> out) {
+    if (!server.bmc) {
+        return static_cast<uint32_t>(put(carry_out(server, frame.netfn, frame.cmd, frame.request), out));
+    }
+    const bool reads_fru = frame.netfn == netfn_storage && frame.cmd == read_fru_data_command;
+    if (reads_fru && !frame.request.empty()) report_bmc_progress(server, frame.request[0]);
+    auto length = static_cast<uint32_t>(out.size());
+    const int result =
+        server.bmc->command(server.bmc->context, frame.address, frame.netfn, frame.lun, frame.cmd, frame.request.data(),
+                            static_cast<uint32_t>(frame.request.size()), out.data(), &length);
+    if (result != 0) return {};
+    return length;
 }
 
 }  // namespace
@@ -133,8 +164,11 @@ extern "C" int IPMI_DoIPMICmd(uint8_t netfn, uint8_t cmd, const uint8_t* request
     const auto server = vpdd::host::current_server();
     if (!server || response == nullptr || response_length == nullptr || (request == nullptr && request_length > 0))
         return -1;
-    const auto answer = vpdd::host::carry_out(*server, netfn, cmd, {request, request_length});
-    *response_length = static_cast<int32_t>(vpdd::host::put(answer, {response, vpdd::host::response_room}));
+    constexpr uint8_t own_address = 0x20, own_lun = 0;
+    const auto length = vpdd::host::answer(*server, {own_address, netfn, own_lun, cmd, {request, request_length}},
+                                           {response, vpdd::host::response_room});
+    if (!length) return -1;
+    *response_length = static_cast<int32_t>(*length);
     return 0;
 }
 
@@ -145,8 +179,14 @@ extern "C" int send_ipmi_cmd(const uint8_t* raw_request, uint32_t* raw_request_l
     if (!server || raw_request == nullptr || raw_request_length == nullptr || response == nullptr ||
         response_length == nullptr || *raw_request_length < header_length)
         return -1;
-    const auto answer = vpdd::host::carry_out(*server, raw_request[1], raw_request[3],
-                                              {raw_request + header_length, *raw_request_length - header_length});
-    *response_length = static_cast<uint32_t>(vpdd::host::put(answer, {response, *response_length}));
+    const auto length = vpdd::host::answer(*server,
+                                           {raw_request[0],
+                                            raw_request[1],
+                                            raw_request[2],
+                                            raw_request[3],
+                                            {raw_request + header_length, *raw_request_length - header_length}},
+                                           {response, *response_length});
+    if (!length) return -1;
+    *response_length = *length;
     return 0;
 }

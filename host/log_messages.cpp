@@ -64,6 +64,8 @@ extern "C" void vpdd_host_set_message_sink(VpddHostMessageSink sink, void* conte
     vpdd::host::process_sink = {sink, context};
 }
 
+extern "C" void vpdd_host_report(int level, const char* text) { vpdd::host::deliver(VPDD_HOST_PLATFORM, level, text); }
+
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library's names are reserved
 extern "C" void vsyslog(int priority, const char* format, va_list arguments) {
     vpdd::host::deliver_syslog(priority, format, arguments);

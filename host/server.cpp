@@ -81,10 +81,10 @@ void put_text(char (&to)[Size], const std::string& text) {
 }
 
 /// Makes the described server the current one; the errors of its description begin with `prefix`.
-int open(std::string_view text, const std::filesystem::path& folder, const VpddHostOptions* options,
+int open(std::string_view text, const std::filesystem::path& folder, const VpddHostOptions* options, Bmc bmc,
          const std::string& prefix, char* error, std::size_t error_size) try {
     vpdd_host_close();
-    use_server(std::make_shared<Server>(checked_document(text), folder, options_of(options)));
+    use_server(std::make_shared<Server>(checked_document(text), folder, options_of(options), std::move(bmc)));
     return 0;
 } catch (const DescriptionError& reason) {
     return fail(prefix + reason.what(), error, error_size);
@@ -120,7 +120,19 @@ bool ReadProgress::is_first_read(uint8_t fru_id) {
     return true;
 }
 
-Server::Server(Json server_document, std::filesystem::path server_folder, Options server_options)
+void SeenLocators::add(uint8_t fru_id) {
+    const std::scoped_lock lock(mutex_);
+    if (std::ranges::find(fru_ids_, fru_id) == fru_ids_.end()) fru_ids_.push_back(fru_id);
+}
+
+std::pair<uint32_t, uint32_t> SeenLocators::position(uint8_t fru_id) {
+    const std::scoped_lock lock(mutex_);
+    const auto total = static_cast<uint32_t>(fru_ids_.size());
+    const auto found = std::ranges::find(fru_ids_, fru_id);
+    return {found == fru_ids_.end() ? 0 : static_cast<uint32_t>(found - fru_ids_.begin() + 1), total};
+}
+
+Server::Server(Json server_document, std::filesystem::path server_folder, Options server_options, Bmc server_bmc)
     : document(std::move(server_document)),
       folder(std::move(server_folder)),
       options(std::move(server_options)),
@@ -128,7 +140,8 @@ Server::Server(Json server_document, std::filesystem::path server_folder, Option
       changes(store.fru_changes()),
       description(changed_description(document, changes, folder)),
       system_vpd(description.system_vpd),
-      trace_files(options.state_directory) {}
+      trace_files(options.state_directory),
+      bmc(std::move(server_bmc)) {}
 
 std::shared_ptr<Server> current_server() {
     const std::scoped_lock lock(current_mutex);
@@ -152,7 +165,7 @@ extern "C" int vpdd_host_open_file(const char* path, const VpddHostOptions* opti
     const std::filesystem::path file(path);
     const Bytes content = file_content(file);
     const std::string_view text(reinterpret_cast<const char*>(content.data()), content.size());
-    return open(text, file.parent_path(), options, file.string() + ": ", error, error_size);
+    return open(text, file.parent_path(), options, {}, file.string() + ": ", error, error_size);
 } catch (const std::exception& reason) {
     return fail(reason.what(), error, error_size);
 }
@@ -161,7 +174,16 @@ extern "C" int vpdd_host_open_text(const char* text, size_t length, const char* 
                                    char* error, size_t error_size) {
     vpdd_host_close();
     if (text == nullptr) return fail("no text given", error, error_size);
-    return open({text, length}, folder != nullptr ? folder : "", options, "", error, error_size);
+    return open({text, length}, folder != nullptr ? folder : "", options, {}, "", error, error_size);
+}
+
+extern "C" int vpdd_host_open_bmc(const VpddHostBmc* bmc, const char* text, size_t length, const char* folder,
+                                  const VpddHostOptions* options, char* error, size_t error_size) {
+    vpdd_host_close();
+    if (bmc == nullptr) return fail("no BMC given", error, error_size);
+    Bmc owned(*bmc);
+    if (text == nullptr) return fail("no text given", error, error_size);
+    return open({text, length}, folder != nullptr ? folder : "", options, std::move(owned), "", error, error_size);
 }
 
 extern "C" void vpdd_host_close(void) { use_server(nullptr); }

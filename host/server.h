@@ -6,6 +6,7 @@
 #include <bitset>
 #include <memory>
 
+#include "host/bmc.h"
 #include "host/config_store.h"
 #include "host/description.h"
 #include "host/log_messages.h"
@@ -34,11 +35,23 @@ private:
     std::bitset<256> read_;
 };
 
+/// The FRU locators of a BMC, as they are read.
+class SeenLocators {
+public:
+    void add(uint8_t fru_id);
+    /// Position from 1, in the order of their first reading, and number of all; the position is 0 for an unseen one.
+    std::pair<uint32_t, uint32_t> position(uint8_t fru_id);
+
+private:
+    std::mutex mutex_;
+    std::vector<uint8_t> fru_ids_;
+};
+
 class Server {
 public:
     /// @param server_document agrees with the schema
     /// @throws std::exception
-    Server(Json server_document, std::filesystem::path server_folder, Options server_options);
+    Server(Json server_document, std::filesystem::path server_folder, Options server_options, Bmc server_bmc = {});
 
     const Json document;  ///< without the changes in the store
     const std::filesystem::path folder;
@@ -50,6 +63,8 @@ public:
     TraceFiles trace_files;
     ReadProgress read_progress;
     PropertyTransfers property_transfers;
+    SeenLocators seen_locators;
+    const Bmc bmc;  ///< none: the description answers
 };
 
 /// The open server or null. It lives at least as long as the caller holds it.

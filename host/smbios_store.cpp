@@ -23,6 +23,12 @@ SmbiosTable* keep(std::unique_ptr<ParsedSmbiosTable> table) {
     return handle;
 }
 
+/// A BMC's server has the table that its description names, and none made up.
+std::span<const uint8_t> table_of(const Server& server) {
+    if (server.bmc && !server.document.contains("smbios")) return {};
+    return server.description.smbios;
+}
+
 bool release(const SmbiosTable* handle) {
     const std::scoped_lock lock(open_tables_mutex);
     return open_tables.erase(handle) != 0;
@@ -35,7 +41,7 @@ bool release(const SmbiosTable* handle) {
 extern "C" int smbt_init(SmbiosTable** table, int, const char*, const char*) {
     const auto server = vpdd::host::current_server();
     if (!server || table == nullptr) return -1;
-    auto parsed = vpdd::images::parse_smbios_table(server->description.smbios);
+    auto parsed = vpdd::images::parse_smbios_table(vpdd::host::table_of(*server));
     if (parsed == nullptr) return -1;
     *table = vpdd::host::keep(std::move(parsed));
     return 0;

@@ -6,8 +6,8 @@
  * Conventions
  * -----------
  * The library answers every platform function of liborva_vpdd.so (platform/ *.h) from the description of a server, a
- * JSON file. A process has one open server at most, because the platform functions name none. With no server open every
- * platform function fails.
+ * JSON file; another library may give it a BMC that answers what a BMC is asked. A process has one open server at most,
+ * because the platform functions name none. With no server open every platform function fails.
  *
  * Linking. `sleep`, `usleep` and `syslog` with its relatives are interposed: a program links libvpdd_host.so directly,
  * so that it stands before the C library.
@@ -15,8 +15,7 @@
  * Result codes. 0 for success, -1 for a failure; the failure's text goes to the caller's buffer.
  *
  * Threads. The platform functions may run on any thread at once. Callbacks run on the thread that caused them, never
- * with a lock of this library held; they may call any function here but vpdd_host_open_file(), vpdd_host_open_text()
- * and vpdd_host_close().
+ * with a lock of this library held; they may call any function here but those that open or close a server.
  *
  * Texts are UTF-8 and end with a NUL. Those that a callback receives live until it returns.
  */
@@ -33,13 +32,15 @@ extern "C" {
 #pragma GCC visibility push(default)
 
 typedef enum VpddHostMessageKind {
-    VPDD_HOST_SYSLOG, /**< what went to `syslog` */
-    VPDD_HOST_TRACE   /**< a line of the debug trace */
+    VPDD_HOST_SYSLOG,  /**< what went to `syslog` */
+    VPDD_HOST_TRACE,   /**< a line of the debug trace */
+    VPDD_HOST_PLATFORM /**< from the platform itself: its BMC does not answer */
 } VpddHostMessageKind;
 
 /**
  * @brief Receives one message.
- * @param level the priority given to `syslog` (facility and severity), or the level of the trace line
+ * @param level the priority given to `syslog` (facility and severity), or the level of the trace line; of a message
+ * from the platform a severity of `syslog`
  * @param text without a line end
  */
 typedef void (*VpddHostMessageSink)(void* context, VpddHostMessageKind kind, int level, const char* text);
@@ -80,6 +81,50 @@ int vpdd_host_open_text(const char* text, size_t length, const char* folder, con
 
 /** @brief Close the server; none open is fine. */
 void vpdd_host_close(void);
+
+/* ---- A BMC outside this library --------------------------------------------------------------------------------- */
+
+/** What a sensor says. */
+typedef struct VpddHostSensor {
+    const char* name;
+    uint16_t state;   /**< event bits */
+    const char* text; /**< the state in words; "Unavailable" where the BMC does not know it */
+} VpddHostSensor;
+
+typedef void (*VpddHostSensorVisitor)(void* context, const VpddHostSensor* sensor);
+
+/** Answers in the place of a description. Its functions may be called on any thread; 0 is success for each. */
+typedef struct VpddHostBmc {
+    void* context;
+    /**
+     * @brief Carry out one command on the controller at an IPMB address.
+     * @param response completion code and data
+     * @param response_length in: room in `response`; out: bytes in it
+     */
+    int (*command)(void* context, uint8_t address, uint8_t netfn, uint8_t lun, uint8_t cmd, const uint8_t* request,
+                   uint32_t request_length, uint8_t* response, uint32_t* response_length);
+    /**
+     * @brief Read an SDR record; id 0 is the first one.
+     * @param length in: room in `buffer`; out: bytes in it
+     * @param next_record_id out: 0xFFFF behind the last record
+     */
+    int (*sdr_record)(void* context, uint16_t record_id, uint16_t* next_record_id, uint8_t* buffer, uint32_t* length);
+    /** @brief Visit the sensors of an IPMI sensor type that can be read, in the order of the SDR repository. */
+    int (*each_sensor)(void* context, uint8_t type, VpddHostSensorVisitor visitor, void* visitor_context);
+    /** @brief Called when the server is closed; may be null. */
+    void (*release)(void* context);
+} VpddHostBmc;
+
+/**
+ * @brief Open a server whose BMC answers for itself; everything else comes from a description without FRUs.
+ * @param bmc released at vpdd_host_close() and after a failure
+ * @param text the description, as of vpdd_host_open_text(); without "smbios" there is no SMBIOS table
+ */
+int vpdd_host_open_bmc(const VpddHostBmc* bmc, const char* text, size_t length, const char* folder,
+                       const VpddHostOptions* options, char* error, size_t error_size);
+
+/** @brief Give the sink a message of the kind VPDD_HOST_PLATFORM. */
+void vpdd_host_report(int level, const char* text);
 
 /* ---- What happens to the open server ---------------------------------------------------------------------------- */
 
