@@ -8,7 +8,6 @@
 #include <iterator>
 #include <system_error>
 
-#include "host/schema.h"
 #include "host/schema_check.h"
 
 namespace vpdd::host {
@@ -28,19 +27,15 @@ bool limit_depth(int depth, Json::parse_event_t, const Json&) {
     return true;
 }
 
-Json parsed(std::string_view text) try {
-    return Json::parse(text, limit_depth);
-} catch (const Json::parse_error& error) {
-    throw DescriptionError(without_number(error.what()));
-}
-
 }  // namespace
 
-Json checked_document(std::string_view text) {
-    Json document = parsed(text);
-    if (const auto problem = schema_problem(document, Json::parse(schema_text)))
+Json checked_document(std::string_view text, std::string_view schema) try {
+    Json document = Json::parse(text, limit_depth);
+    if (const auto problem = schema_problem(document, Json::parse(schema)))
         throw DescriptionError(problem->place, problem->reason);
     return document;
+} catch (const Json::parse_error& error) {
+    throw DescriptionError(without_number(error.what()));
 }
 
 Bytes file_content(const std::filesystem::path& path) {

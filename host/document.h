@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// A server description as a JSON document: read, parsed and checked against the schema.
+// A JSON document: read, parsed and checked against its schema.
 #pragma once
 
 #include <cstdint>
@@ -24,8 +24,8 @@ public:
         : std::runtime_error((place.empty() ? "/" : place.to_string()) + ": " + reason) {}
 };
 
-/// The parsed text, which agrees with the schema. @throws DescriptionError
-Json checked_document(std::string_view text);
+/// The parsed text, which agrees with the JSON Schema. @throws DescriptionError
+Json checked_document(std::string_view text, std::string_view schema);
 
 /// The whole file. @throws std::system_error
 Bytes file_content(const std::filesystem::path& path);

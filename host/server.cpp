@@ -9,6 +9,7 @@
 #include "host/chghist/vpdd_chghist.h"
 #include "host/fru_changes.h"
 #include "host/private_root.h"
+#include "host/schema.h"
 
 namespace vpdd::host {
 
@@ -68,7 +69,7 @@ ChangedFru change_fru(Server& server, VpddHostChange change, const char* fru, co
     changes[changed.fru_id] = changed.change;
     Json document = server.document;
     apply_changes(changes, document);
-    read_description(checked_document(document.dump()), server.folder);  // a serial number may be none
+    read_description(checked_document(document.dump(), schema_text), server.folder);  // a serial number may be none
     if (!server.store.set_fru_change(changed.fru_id, changed.change))
         throw std::runtime_error("the change is not kept");
     use_server(std::make_shared<Server>(server.document, server.folder, server.options));
@@ -84,7 +85,7 @@ void put_text(char (&to)[Size], const std::string& text) {
 int open(std::string_view text, const std::filesystem::path& folder, const VpddHostOptions* options, Bmc bmc,
          const std::string& prefix, char* error, std::size_t error_size) try {
     vpdd_host_close();
-    use_server(std::make_shared<Server>(checked_document(text), folder, options_of(options), std::move(bmc)));
+    use_server(std::make_shared<Server>(checked_document(text, schema_text), folder, options_of(options), std::move(bmc)));
     return 0;
 } catch (const DescriptionError& reason) {
     return fail(prefix + reason.what(), error, error_size);
