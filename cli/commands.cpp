@@ -15,6 +15,7 @@ constexpr auto all_commands = std::to_array<Command>({
      "Examples:\n"
      "  vpdctl inventory --server ddr5-2s.json\n"
      "  vpdctl inventory --server ddr5-2s.json --log -          with the library's messages\n"
+     "  vpdctl inventory --platform ipmi --bmc rack4.json       asks a real BMC over IPMI\n"
      "  vpdctl inventory --server ddr5-2s.json --json | jq '.Memory[].SerialNumber'\n",
      declare_inventory},
     {"machine", "Show the identity of a server",
@@ -116,12 +117,14 @@ constexpr auto all_commands = std::to_array<Command>({
      "  vpdctl spd dimm.bin\n"
      "  vpdctl spd dimm.bin --json | jq .CapacityMiB\n",
      declare_spd},
-    {"fru", "Decode a saved IPMI FRU image",
+    {"fru", "Decode an IPMI FRU image",
      "FILE holds the FRU's bytes from the common header on, raw or as the text of a hex\n"
-     "dump. A wrong checksum or a missing end is reported; the rest is shown.\n"
+     "dump. A wrong checksum or a missing end is reported; the rest is shown. Instead of\n"
+     "a file a FRU of a server can be read: --fru-id.\n"
      "\n"
      "Examples:\n"
      "  vpdctl fru board.bin\n"
+     "  vpdctl fru --fru-id 0 --bmc rack4.json\n"
      "  vpdctl fru board.bin --json | jq .Product.SerialNumber\n",
      declare_fru},
 });

@@ -11,6 +11,18 @@ CLI::Option* add_server_option(CLI::App& verb, std::string& server) {
         ->type_name("FILE");
 }
 
+void add_server_choice(CLI::App& verb, ServerChoice& choice) {
+    CLI::Option* server = verb.add_option("--server", choice.server,
+                                          "Description of the server, or the name of one that came with vpdctl")
+                              ->type_name("FILE");
+    verb.add_option("--platform", choice.platform, "\"ipmi\": a real BMC is asked; \"host\": the server is described")
+        ->type_name("NAME")
+        ->check(CLI::IsMember({"host", "ipmi"}).description(""));
+    verb.add_option("--bmc", choice.bmc, "How the BMC is reached, a platform file; implies --platform ipmi")
+        ->type_name("FILE")
+        ->excludes(server);
+}
+
 void add_json_option(CLI::App& verb, bool& json) { verb.add_flag("--json", json, "Print JSON instead of tables"); }
 
 void add_log_option(CLI::App& verb, std::string& log) {

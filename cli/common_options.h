@@ -15,6 +15,8 @@ namespace vpdd::cli {
 
 /// --server, which has to be given.
 CLI::Option* add_server_option(CLI::App& verb, std::string& server);
+/// --server, or --platform and --bmc; ServerSession::open() wants one of them.
+void add_server_choice(CLI::App& verb, ServerChoice& choice);
 void add_json_option(CLI::App& verb, bool& json);
 void add_log_option(CLI::App& verb, std::string& log);
 /// --real-time and --log.

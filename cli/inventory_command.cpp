@@ -13,21 +13,22 @@ namespace vpdd::cli {
 namespace {
 
 struct Arguments {
-    std::string server;
+    ServerChoice choice;
     bool json = false;
     SessionOptions session;
 };
 
 ExitCode run(const Arguments& arguments) {
     ServerSession session(arguments.session);
-    session.open_file(arguments.server);
+    session.open(arguments.choice);
     session.create_cache();
     const Inventory inventory = take_inventory();
     if (arguments.json) {
-        print_json(std::cout, inventory_json(inventory, arguments.server));
+        print_json(std::cout, inventory_json(inventory, arguments.choice.name()));
     } else {
-        print_inventory(std::cout, inventory, arguments.server, output_style());
+        print_inventory(std::cout, inventory, arguments.choice.name(), output_style());
     }
+    session.require_bmc();
     return inventory.unread.empty() ? ExitCode::ok : ExitCode::incomplete;
 }
 
@@ -35,7 +36,7 @@ ExitCode run(const Arguments& arguments) {
 
 Runner declare_inventory(CLI::App& verb) {
     auto arguments = std::make_shared<Arguments>();
-    add_server_option(verb, arguments->server);
+    add_server_choice(verb, arguments->choice);
     add_json_option(verb, arguments->json);
     add_session_options(verb, arguments->session);
     add_state_option(verb, arguments->session.state_directory, "Keep the configuration variables in DIR");

@@ -14,7 +14,7 @@ namespace vpdd::cli {
 namespace {
 
 struct Arguments {
-    std::string server;
+    ServerChoice choice;
     bool oem = false;
     bool from_cache = false;
     bool json = false;
@@ -40,7 +40,7 @@ void show(const Record& record, bool json, Json (*to_json)(const Record&),
 
 ExitCode run(const Arguments& arguments) {
     ServerSession session(arguments.session);
-    session.open_file(arguments.server);
+    session.open(arguments.choice);
     if (arguments.oem) {
         show(read(session, arguments.from_cache, read_oem_machine, read_cached_oem_machine), arguments.json,
              oem_machine_json, print_oem_machine);
@@ -55,7 +55,7 @@ ExitCode run(const Arguments& arguments) {
 
 Runner declare_machine(CLI::App& verb) {
     auto arguments = std::make_shared<Arguments>();
-    add_server_option(verb, arguments->server);
+    add_server_choice(verb, arguments->choice);
     verb.add_flag("--oem", arguments->oem, "Show the OEM machine record");
     verb.add_flag("--from-cache", arguments->from_cache, "Build the cache files and read them");
     add_json_option(verb, arguments->json);

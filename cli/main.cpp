@@ -28,11 +28,13 @@ constexpr const char* footer =
     "  1  something could not be read or decoded; the rest is shown\n"
     "  2  wrong usage\n"
     "  3  an input file cannot be read or is not what the command expects\n"
-    "  4  the platform or the library failed, or the output could not be written\n"
+    "  4  the platform or the library failed, the BMC does not answer, or the output could\n"
+    "     not be written\n"
     "\n"
     "Environment:\n"
     "  NO_COLOR  no bold headings      COLUMNS  width of tables that do not go to a terminal\n"
-    "  VPDD_STATE_DIRECTORY            stands for --state DIR\n";
+    "  VPDD_STATE_DIRECTORY            stands for --state DIR\n"
+    "  VPDD_BMC_PASSWORD               stands before a platform file's password_file\n";
 
 int exit_with(ExitCode code) { return static_cast<int>(code); }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/server_session.h"
 
+#include <dlfcn.h>
 #include <syslog.h>
 
 #include <array>
@@ -13,6 +14,7 @@
 #include "cli/command.h"
 #include "cli/display_text.h"
 #include "cli/input_file.h"
+#include "host/ipmi/vpdd_ipmi.h"
 #include "orva_vpdd.h"
 
 namespace vpdd::cli {
@@ -24,10 +26,11 @@ using ErrorText = std::array<char, 1024>;
 constexpr auto severities =
     std::to_array<const char*>({"emerg", "alert", "crit", "err", "warning", "notice", "info", "debug"});
 
-/// "user.err", or "trace.4": the trace has levels of its own.
+/// "user.err"; "platform.err"; or "trace.4": the trace has levels of its own.
 std::string origin(VpddHostMessageKind kind, int level) {
     if (kind == VPDD_HOST_TRACE) return "trace." + std::to_string(level);
     const char* severity = severities[static_cast<std::size_t>(LOG_PRI(level))];
+    if (kind == VPDD_HOST_PLATFORM) return std::string("platform.") + severity;
     return (level & LOG_FACMASK) == LOG_USER ? std::string("user.") + severity : severity;
 }
 
@@ -38,6 +41,15 @@ std::string server_path(const std::string& name) {
     if (!bare || std::filesystem::exists(name, ignored)) return name;
     const std::filesystem::path shipped = std::filesystem::path(vpdd_host_server_folder()) / (name + ".json");
     return std::filesystem::exists(shipped, ignored) ? shipped.string() : name;
+}
+
+/// vpdd_ipmi_open_file() of the library that comes with vpdctl. It is loaded when it is wanted: only few machines have
+/// what it needs.
+decltype(&vpdd_ipmi_open_file) ipmi_platform() {
+    void* library = dlopen("libvpdd_ipmi.so", RTLD_NOW);
+    void* function = library != nullptr ? dlsym(library, "vpdd_ipmi_open_file") : nullptr;
+    if (function == nullptr) throw std::runtime_error(std::string("no IPMI platform: ") + dlerror());
+    return reinterpret_cast<decltype(&vpdd_ipmi_open_file)>(function);
 }
 
 /// The results of CreateComponentVPDCache().
@@ -71,6 +83,26 @@ ServerSession::ServerSession(const SessionOptions& options) : state_directory_(o
 ServerSession::~ServerSession() {
     vpdd_host_close();
     vpdd_host_set_message_sink(nullptr, nullptr);
+}
+
+void ServerSession::open(const ServerChoice& choice) {
+    if (choice.is_bmc() && choice.bmc.empty()) throw WrongUsage("--platform ipmi needs --bmc FILE");
+    if (choice.platform == "host" && !choice.bmc.empty()) throw WrongUsage("--bmc is not of --platform host");
+    if (choice.is_bmc()) return open_bmc(choice.bmc);
+    if (choice.server.empty()) throw WrongUsage("--server is required, or --bmc");
+    open_file(choice.server);
+}
+
+void ServerSession::open_bmc(const std::string& path) {
+    constexpr int wrong_file = -1;
+    ErrorText error{};
+    const int result = ipmi_platform()(path.c_str(), &host_options_, error.data(), error.size());
+    if (result == wrong_file) throw BadInput(displayable(error.data()));
+    if (result != 0) throw std::runtime_error(displayable(error.data()));
+}
+
+void ServerSession::require_bmc() const {
+    if (!lost_bmc_.empty()) throw std::runtime_error(lost_bmc_);
 }
 
 void ServerSession::open_file(const std::string& path) {
@@ -108,11 +140,13 @@ void ServerSession::create_cache() {
     const int result = CreateComponentVPDCache();
     progress_.erase();
     // After a failure the library may have left its lock held: no look-up must follow.
+    if (result != 0 && !lost_bmc_.empty()) throw std::runtime_error(lost_bmc_);
     if (result != 0) throw std::runtime_error("the component cache could not be created: " + creation_failure(result));
 }
 
 void ServerSession::on_message(void* context, VpddHostMessageKind kind, int level, const char* text) {
     auto* session = static_cast<ServerSession*>(context);
+    if (kind == VPDD_HOST_PLATFORM) session->lost_bmc_ = displayable(text);
     if (session->log_ == nullptr) return;
     session->progress_.erase();
     std::string_view line(text);

@@ -16,6 +16,17 @@ struct SessionOptions {
     std::string log;              ///< file of the messages, "-" for standard error; empty: none
 };
 
+/// Which server is meant.
+struct ServerChoice {
+    std::string server;    ///< its description, or the name of one that came with vpdctl
+    std::string platform;  ///< "host", "ipmi" or empty
+    std::string bmc;       ///< the platform file of a BMC that is asked over IPMI
+
+    bool is_bmc() const { return !bmc.empty() || platform == "ipmi"; }
+    /// For people.
+    const std::string& name() const { return is_bmc() ? bmc : server; }
+};
+
 /// A server of the development platform, open for as long as the object lives, and its component cache.
 class ServerSession {
 public:
@@ -25,6 +36,9 @@ public:
     ServerSession(const ServerSession&) = delete;
     ServerSession& operator=(const ServerSession&) = delete;
 
+    /// Open the chosen server. Throws WrongUsage without a choice, BadInput, and std::runtime_error when its BMC cannot
+    /// be reached.
+    void open(const ServerChoice& choice);
     /// Open the server that a file describes; the name of a server that came with vpdctl will do. Throws BadInput.
     void open_file(const std::string& path);
     /// Open the server that a JSON text describes. Throws std::runtime_error.
@@ -37,6 +51,11 @@ public:
     /// std::runtime_error.
     void enter_private_root() const;
 
+    /// Why the BMC has stopped to answer; empty as long as it does.
+    const std::string& lost_bmc() const { return lost_bmc_; }
+    /// Throws std::runtime_error when the BMC has stopped to answer, so that what was shown is not taken for all.
+    void require_bmc() const;
+
     /// Where the library's messages go; null: nowhere.
     std::ostream* log() const { return log_; }
 
@@ -44,6 +63,7 @@ public:
     void create_cache();
 
 private:
+    void open_bmc(const std::string& path);
     static void on_message(void* context, VpddHostMessageKind kind, int level, const char* text);
     static void on_progress(void* context, uint8_t fru_id, uint32_t number, uint32_t total);
 
@@ -51,6 +71,7 @@ private:
     std::string state_directory_;
     std::ofstream log_file_;
     std::ostream* log_ = nullptr;
+    std::string lost_bmc_;
     ProgressLine progress_;
 };
 

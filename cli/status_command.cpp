@@ -13,7 +13,7 @@ namespace vpdd::cli {
 namespace {
 
 struct Arguments {
-    std::string server;
+    ServerChoice choice;
     bool json = false;
     bool only_changes = false;
     SessionOptions session;
@@ -21,7 +21,7 @@ struct Arguments {
 
 ExitCode run(const Arguments& arguments) {
     ServerSession session(arguments.session);
-    session.open_file(arguments.server);
+    session.open(arguments.choice);
     session.enter_private_root();
     session.create_cache();
     const ServerStatus status = take_status(session.log());
@@ -30,6 +30,7 @@ ExitCode run(const Arguments& arguments) {
     } else {
         print_status(std::cout, status, arguments.only_changes, output_style());
     }
+    session.require_bmc();
     return status.is_complete ? ExitCode::ok : ExitCode::incomplete;
 }
 
@@ -37,7 +38,7 @@ ExitCode run(const Arguments& arguments) {
 
 Runner declare_status(CLI::App& verb) {
     auto arguments = std::make_shared<Arguments>();
-    add_server_option(verb, arguments->server);
+    add_server_choice(verb, arguments->choice);
     add_state_option(verb, arguments->session.state_directory, "Where the activity log and the change history are kept")
         ->required();
     verb.add_flag("--changed", arguments->only_changes, "Show only what has changed since the last time");

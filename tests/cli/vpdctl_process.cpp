@@ -20,17 +20,32 @@ namespace vpdd::test {
 
 namespace {
 
-/// In the child: becomes vpdctl.
-[[noreturn]] void execute(const std::vector<std::string>& arguments, const Environment& environment) {
+/// In the child: what every program finds.
+void set_environment(const Environment& environment) {
     unsetenv("NO_COLOR");
     unsetenv("COLUMNS");
     setenv("TERM", "xterm", 1);
     setenv("TZ", "UTC", 1);
     for (const auto& [name, value] : environment) setenv(name.c_str(), value.c_str(), 1);
+}
+
+/// In the child: becomes vpdctl.
+[[noreturn]] void execute(const std::vector<std::string>& arguments, const Environment& environment) {
+    set_environment(environment);
     std::vector<std::string> words = {VPDCTL_PROGRAM};
     words.insert(words.end(), arguments.begin(), arguments.end());
     become(words);
-    _exit(127);
+    _exit(exit_not_found);
+}
+
+/// In the child: becomes a program of this machine.
+[[noreturn]] void execute_tool(std::vector<std::string> words, const Environment& environment) {
+    set_environment(environment);
+    std::vector<char*> pointers;
+    for (std::string& word : words) pointers.push_back(word.data());
+    pointers.push_back(nullptr);
+    execvp(pointers.front(), pointers.data());
+    _exit(exit_not_found);
 }
 
 /// The exit code, or 128 and the signal as shells have it.
@@ -56,6 +71,21 @@ public:
 private:
     int descriptor_;
 };
+
+/// @param in_child becomes the program
+template <class InChild>
+Outcome captured(InChild in_child, const std::vector<std::string>& words, const Environment& environment) {
+    const MemoryOutput out;
+    const MemoryOutput err;
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(out.descriptor(), STDOUT_FILENO);
+        dup2(err.descriptor(), STDERR_FILENO);
+        in_child(words, environment);
+    }
+    const int code = wait_for(child);
+    return {code, out.text(), err.text()};
+}
 
 std::string read_until_closed(int descriptor) {
     std::string text;
@@ -88,16 +118,11 @@ Outcome on_terminal(const std::vector<std::string>& arguments, unsigned short co
 }  // namespace
 
 Outcome vpdctl(const std::vector<std::string>& arguments, const Environment& environment) {
-    const MemoryOutput out;
-    const MemoryOutput err;
-    const pid_t child = fork();
-    if (child == 0) {
-        dup2(out.descriptor(), STDOUT_FILENO);
-        dup2(err.descriptor(), STDERR_FILENO);
-        execute(arguments, environment);
-    }
-    const int code = wait_for(child);
-    return {code, out.text(), err.text()};
+    return captured(execute, arguments, environment);
+}
+
+Outcome run_tool(const std::vector<std::string>& words, const Environment& environment) {
+    return captured(execute_tool, words, environment);
 }
 
 Json vpdctl_json(std::vector<std::string> arguments) {

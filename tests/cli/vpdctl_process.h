@@ -29,7 +29,13 @@ struct Outcome {
     std::string err;
 };
 
-/// Both outputs go to files. Dates are those of UTC.
+/// The exit code when there is no such program.
+inline constexpr int exit_not_found = 127;
+
+/// A program by its name or path. Both outputs go to files. Dates are those of UTC.
+Outcome run_program(const std::vector<std::string>& words, const Environment& environment = {});
+
+/// The same of vpdctl.
 Outcome vpdctl(const std::vector<std::string>& arguments, const Environment& environment = {});
 
 /// The JSON that vpdctl prints, whatever its exit code.
