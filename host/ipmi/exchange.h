@@ -7,19 +7,17 @@
 #include <optional>
 #include <vector>
 
-namespace vpdd::host::ipmi {
+#include "host/ipmi_response.h"
 
-using Bytes = std::vector<uint8_t>;
+namespace vpdd::host::ipmi {
 
 // IPMI 2.0 table 5-1.
 inline constexpr uint8_t netfn_sensor = 0x04, netfn_storage = 0x0A;
 // IPMI 2.0 section 5.4.
 inline constexpr uint8_t bmc_address = 0x20;
 
-// Completion codes, IPMI 2.0 table 5-2.
-inline constexpr uint8_t completed = 0x00;
-inline constexpr uint8_t reservation_cancelled = 0xC5;
-inline constexpr uint8_t length_invalid = 0xC7, length_limit_exceeded = 0xC8, too_much_requested = 0xCA;
+// Completion codes, IPMI 2.0 table 5-2, besides those that the host library gives.
+inline constexpr uint8_t reservation_cancelled = 0xC5, length_limit_exceeded = 0xC8;
 
 struct Command {
     uint8_t address;
@@ -39,7 +37,7 @@ using Exchange = std::function<std::optional<Answer>(const Command&)>;
 
 /// Whether the request might be carried out if it asked for less.
 inline bool asks_for_too_much(const Answer& answer) {
-    return answer.completion_code == length_invalid || answer.completion_code == length_limit_exceeded ||
+    return answer.completion_code == request_length_invalid || answer.completion_code == length_limit_exceeded ||
            answer.completion_code == too_much_requested;
 }
 

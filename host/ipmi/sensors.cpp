@@ -9,7 +9,6 @@ namespace vpdd::host::ipmi {
 namespace {
 
 constexpr uint8_t get_sensor_reading = 0x2D;  // IPMI 2.0 section 35.14
-constexpr uint8_t not_present = 0xCB;
 
 constexpr uint8_t full_sensor = 0x01, compact_sensor = 0x02;  // IPMI 2.0 sections 43.1 and 43.2
 

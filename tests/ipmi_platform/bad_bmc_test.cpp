@@ -71,19 +71,19 @@ class RefusingBmc : public BadBmc, public testing::WithParamInterface<int> {};
 TEST_P(RefusingBmc, LongReadsAreSplitAndTheSizeThatWorkedIsRemembered) {
     constexpr uint8_t limit = 16;
     const auto code = static_cast<uint8_t>(GetParam());
-    std::map<uint8_t, int> refused;
+    std::map<uint8_t, int> refusals;
     std::map<uint8_t, int> carried_out;
     const Outcome outcome = inventory([&](const IpmiMessage& request) {
         if (!is_fru_read(request)) return Fate{};
         const bool is_refused = count_of(request) > limit;
-        ++(is_refused ? refused : carried_out)[request.data[0]];
-        return is_refused ? Fate{.completion_code = code} : Fate{};
+        ++(is_refused ? refusals : carried_out)[request.data[0]];
+        return is_refused ? refused(code) : Fate{};
     });
 
     expect_whole(outcome);
     // 128, 64 and 32 bytes, once for each device.
-    EXPECT_EQ(refused[fru_board], 3);
-    EXPECT_EQ(refused[fru_processor], 3);
+    EXPECT_EQ(refusals[fru_board], 3);
+    EXPECT_EQ(refusals[fru_processor], 3);
     EXPECT_GE(carried_out[fru_board], 512 / limit);
 }
 
@@ -93,7 +93,7 @@ INSTANTIATE_TEST_SUITE_P(CompletionCode, RefusingBmc, testing::Values(0xC7, 0xC8
 TEST_F(BadBmc, ARefusalThatDoesNotEndIsPassedOn) {
     const Outcome outcome = inventory([&](const IpmiMessage& request) {
         const bool is_refused = is_fru_read(request) && request.data[0] == fru_processor;
-        return is_refused ? Fate{.completion_code = uint8_t{0xC8}} : Fate{};
+        return is_refused ? refused(0xC8) : Fate{};
     });
 
     EXPECT_EQ(outcome.code, exit_incomplete);
@@ -102,11 +102,23 @@ TEST_F(BadBmc, ARefusalThatDoesNotEndIsPassedOn) {
     EXPECT_EQ(shown["NotRead"][0]["FruId"], int{fru_processor});
 }
 
+TEST_F(BadBmc, AnswersShorterThanAskedForArePutTogether) {
+    constexpr std::size_t longest = 2 + 10;  // completion code, count, bytes
+    expect_whole(inventory([&](const IpmiMessage& request) {
+        if (!is_fru_read(request)) return Fate{};
+        return Fate{.change = [](std::vector<uint8_t>& answer) {
+            if (answer.size() <= longest) return;
+            answer.resize(longest);
+            answer[1] = longest - 2;
+        }};
+    }));
+}
+
 TEST_F(BadBmc, RecordsOfTheRepositoryAreReadInPieces) {
     constexpr uint8_t limit = 16;
     expect_whole(inventory([&](const IpmiMessage& request) {
         const bool is_refused = is_sdr_read(request) && count_of(request) > limit;
-        return is_refused ? Fate{.completion_code = uint8_t{0xCA}} : Fate{};
+        return is_refused ? refused(0xCA) : Fate{};
     }));
 }
 
@@ -114,7 +126,7 @@ TEST_F(BadBmc, ACancelledReservationIsTakenAnew) {
     int reads = 0;
     const Outcome outcome = inventory([&](const IpmiMessage& request) {
         const bool is_cancelled = is_sdr_read(request) && ++reads % 3 == 2;
-        return is_cancelled ? Fate{.completion_code = reservation_cancelled} : Fate{};
+        return is_cancelled ? refused(reservation_cancelled) : Fate{};
     });
 
     expect_whole(outcome);
@@ -126,7 +138,7 @@ TEST_F(BadBmc, ARepositoryThatChangesAllTheTimeIsGivenUp) {
     const Outcome outcome = inventory([&](const IpmiMessage& request) {
         if (!is_sdr_read(request)) return Fate{};
         ++reads;
-        return Fate{.completion_code = reservation_cancelled};
+        return refused(reservation_cancelled);
     });
 
     EXPECT_EQ(outcome.code, exit_failure);

@@ -28,11 +28,13 @@ IpmiMessage message_of(const std::vector<uint8_t>& datagram) {
         static_cast<uint8_t>(datagram[netfn_lun] >> 2U), datagram[cmd], {datagram.begin() + data, datagram.end() - 1}};
 }
 
-/// The answer with this completion code only, and its checksum.
-std::vector<uint8_t> failed(std::vector<uint8_t> answer, uint8_t completion_code) {
-    if (!is_message(answer)) return answer;
+/// The answer with other data, and their checksum.
+std::vector<uint8_t> changed(std::vector<uint8_t> answer, const Fate& fate) {
+    if (!is_message(answer) || !fate.change) return answer;
+    std::vector<uint8_t> content(answer.begin() + data, answer.end() - 1);
+    fate.change(content);
     answer.resize(data);
-    answer.push_back(completion_code);
+    answer.insert(answer.end(), content.begin(), content.end());
     const int sum = std::accumulate(answer.begin() + message + 3, answer.end(), 0);
     answer.push_back(static_cast<uint8_t>(-sum));
     answer[message_length] = static_cast<uint8_t>(answer.size() - message);
@@ -73,8 +75,7 @@ void BmcProxy::take_answer() {
     if (!datagram) return;
     const Fate fate = rule_(request_);
     if (fate.is_dropped) return;
-    delayed_.push_back({Clock::now() + fate.delay,
-                        fate.completion_code ? failed(datagram->bytes, *fate.completion_code) : datagram->bytes});
+    delayed_.push_back({Clock::now() + fate.delay, changed(datagram->bytes, fate)});
 }
 
 void BmcProxy::send_due_answers() {

@@ -24,9 +24,14 @@ struct IpmiMessage {
 struct Fate {
     bool is_dropped = false;
     std::chrono::milliseconds delay{0};
-    /// The answer has this completion code, and no data.
-    std::optional<uint8_t> completion_code{};
+    /// Changes the answer, from its completion code on; may be empty.
+    std::function<void(std::vector<uint8_t>& answer)> change{};
 };
+
+/// The answer has a completion code only.
+inline Fate refused(uint8_t completion_code) {
+    return {.change = [completion_code](std::vector<uint8_t>& answer) { answer = {completion_code}; }};
+}
 
 class BmcProxy {
 public:

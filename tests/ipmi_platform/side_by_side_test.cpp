@@ -3,6 +3,7 @@
 // printed as a table for docs/ipmi-platform.md.
 #include <gmock/gmock.h>
 
+#include <array>
 #include <cstdlib>
 #include <iostream>
 #include <set>
@@ -99,14 +100,16 @@ std::vector<std::string> rows_that_differ(const std::string& fru, const std::str
 
 TEST_F(SideBySide, EveryFieldIsWhatTheToolsSayUnlessTheTableExplainsIt) {
     std::vector<std::string> found;
-    for (const auto& [id, fields] : world().vpdctl) {
-        for (const auto& [tool, frus] : {std::pair("ipmitool", &world().ipmitool), {"ipmi-fru", &world().ipmi_fru}}) {
-            const auto told = frus->find(id);
-            const auto rows =
-                rows_that_differ(world().name(id), tool, fields, told == frus->end() ? Fields() : told->second);
+    const auto compare = [&found](const std::string& tool, const FieldsByFru& frus) {
+        for (const auto& entry : world().vpdctl) {
+            const auto told = frus.find(entry.first);
+            const auto rows = rows_that_differ(world().name(entry.first), tool, entry.second,
+                                               told == frus.end() ? Fields() : told->second);
             found.insert(found.end(), rows.begin(), rows.end());
         }
-    }
+    };
+    compare("ipmitool", world().ipmitool);
+    compare("ipmi-fru", world().ipmi_fru);
     std::vector<std::string> explained;
     for (const Difference& row : differences) {
         const bool is_missing_sample = world().samples.names.empty() && std::isdigit(row.fru[0]) == 0;
@@ -186,20 +189,20 @@ TEST_F(SideBySide, ProcessorsAreThereAsTheirSensorsSay) {
 TEST_F(SideBySide, TheTableForTheDocumentation) {
     if (std::getenv("VPDD_SIDE_BY_SIDE") == nullptr) GTEST_SKIP() << "printed with VPDD_SIDE_BY_SIDE=1";
     std::cout << "| FRU | Field | vpdctl | ipmitool | ipmi-fru |\n|---|---|---|---|---|\n";
-    for (const auto& [id, fields] : world().vpdctl) {
-        const auto value = [&](const FieldsByFru& frus, const std::string& name) -> std::string {
-            const auto fru = frus.find(id);
-            if (fru == frus.end() || !fru->second.contains(name)) return "";
-            return fru->second.at(name);
-        };
-        std::set<std::string> names;
-        for (const auto* frus : {&world().vpdctl, &world().ipmitool, &world().ipmi_fru}) {
-            if (!frus->contains(id)) continue;
-            for (const auto& [name, unused] : frus->at(id)) names.insert(name);
+    for (const auto& entry : world().vpdctl) {
+        std::map<std::string, std::array<std::string, 3>> rows;
+        std::size_t column = 0;
+        for (const FieldsByFru* frus : {&world().vpdctl, &world().ipmitool, &world().ipmi_fru}) {
+            const auto fru = frus->find(entry.first);
+            if (fru != frus->end()) {
+                for (const auto& field : fru->second) rows[field.first].at(column) = field.second;
+            }
+            ++column;
         }
-        for (const std::string& name : names) {
-            std::cout << "| " << world().name(id) << " | " << name << " | " << value(world().vpdctl, name) << " | "
-                      << value(world().ipmitool, name) << " | " << value(world().ipmi_fru, name) << " |\n";
+        for (const auto& row : rows) {
+            std::cout << "| " << world().name(entry.first) << " | " << row.first;
+            for (const std::string& value : row.second) std::cout << " | " << value;
+            std::cout << " |\n";
         }
     }
 }
