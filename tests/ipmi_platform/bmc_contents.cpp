@@ -18,7 +18,7 @@ using images::FruLocator;
 constexpr uint8_t processor = 3, system_board = 7, power_supply = 10, add_in_card = 11, memory_device = 32;
 constexpr uint8_t processor_sensor_type = 0x07;
 constexpr uint16_t present = 0x80;
-constexpr uint32_t may_2024 = 14896800;  // minutes since 1996: 2024-04-28 16:00 UTC
+constexpr uint32_t may_2024 = 14896800;  // minutes since 1996: 2024-04-28 00:00 UTC
 
 Bytes board() {
     return FruImage()

@@ -2,9 +2,10 @@
 #include "fields.h"
 
 #include <array>
+#include <cctype>
 #include <ctime>
-#include <fstream>
 #include <regex>
+#include <sstream>
 
 namespace vpdd::test {
 
@@ -76,7 +77,7 @@ void add(Fields& fields, const std::string& name, const std::string& value) {
     const std::string text = trimmed(value);
     if (name.empty() || text.empty()) return;
     std::string& field = fields[name];
-    field += field.empty() ? text : " | " + text;
+    field += field.empty() ? text : "; " + text;
 }
 
 std::string date_text(std::time_t seconds) {
@@ -94,16 +95,26 @@ std::string date_of(const std::string& text, const char* format) {
     return date_text(timegm(&date));
 }
 
+/// Bytes as ipmitool writes them: "00 43", or "00h 43h", becomes "0043".
+std::string joined_bytes(const std::string& text) {
+    std::string digits;
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+        for (const char digit : word.substr(0, 2)) digits += static_cast<char>(std::tolower(digit));
+    }
+    return digits;
+}
+
+/// As ipmi-fru writes bytes.
+bool is_bytes(const std::string& text) { return std::regex_match(text, std::regex("([0-9A-F]{2}h ?)+")); }
+
 void add_area(Fields& fields, const Json& document, const std::string& area) {
     if (!document.contains(area)) return;
     for (const Json& field : document[area]["Fields"]) {
-        add(fields, area + '.' + field["Name"].get<std::string>(), field["Value"].get<std::string>());
+        const std::string value = field["Value"];
+        add(fields, area + '.' + field["Name"].get<std::string>(),
+            field["Encoding"] == "Binary" ? joined_bytes(value) : value);
     }
-}
-
-std::vector<std::string> session_of(uint16_t port) {
-    return {"-I", "lanplus",         "-C", "3", "-H", "127.0.0.1", "-p", std::to_string(port), "-U", simulated_user,
-            "-P", simulated_password};
 }
 
 }  // namespace
@@ -123,7 +134,7 @@ PlatformFile::PlatformFile(uint16_t port, const Json& settings, const Json& rest
 
 Fields vpdctl_fields(const PlatformFile& bmc, uint8_t fru_id) {
     const Outcome outcome = vpdctl({"fru", "--fru-id", std::to_string(fru_id), "--bmc", bmc.path(), "--json"});
-    if (outcome.out.empty()) return {{note, outcome.err}};
+    if (outcome.out.empty()) return {};
     const Json document = Json::parse(outcome.out);
     Fields fields;
     if (document.contains("Chassis")) add(fields, "Chassis.Type", document["Chassis"]["ChassisTypeName"]);
@@ -135,55 +146,70 @@ Fields vpdctl_fields(const PlatformFile& bmc, uint8_t fru_id) {
     return fields;
 }
 
-FieldsByFru ipmitool_fields(uint16_t port) {
-    std::vector<std::string> words{"ipmitool", "-v"};
-    for (const std::string& word : session_of(port)) words.push_back(word);
-    words.insert(words.end(), {"fru", "print"});
-    const Outcome outcome = run_program(words);
-
-    FieldsByFru frus;
-    Fields* fru = nullptr;
-    const std::regex heading(R"(FRU Device Description : .* \(ID (\d+)\))");
+Fields ipmitool_fields(uint16_t port, uint8_t fru_id) {
+    const Outcome outcome =
+        run_program({"ipmitool", "-v", "-I", "lanplus", "-C", "3", "-H", "127.0.0.1", "-p", std::to_string(port), "-U",
+                     simulated_user, "-P", simulated_password, "fru", "print", std::to_string(fru_id)});
+    Fields fields;
     for (const std::string& line : lines_of(outcome.out)) {
-        std::smatch match;
         const std::size_t colon = line.find(" : ");
-        if (std::regex_match(line, match, heading)) {
-            fru = &frus[static_cast<uint8_t>(std::stoi(match[1]))];
-        } else if (fru != nullptr && colon == std::string::npos) {
-            add(*fru, note, line);
-        } else if (fru != nullptr) {
-            const std::string field = field_named(ipmitool_labels, trimmed(line.substr(0, colon)));
-            const std::string value = trimmed(line.substr(colon + 3));
-            add(*fru, field, field == "Board.Date" ? date_of(value, "%a %b %d %H:%M:%S %Y") : value);
-        }
+        if (colon == std::string::npos) continue;
+        const std::string field = field_named(ipmitool_labels, trimmed(line.substr(0, colon)));
+        const std::string value = trimmed(line.substr(colon + 3));
+        add(fields, field, field == "Board.Date" ? date_of(value, "%a %b %d %H:%M:%S %Y") : value);
     }
-    return frus;
+    if (outcome.code != 0) add(fields, note, "exit code " + std::to_string(outcome.code));
+    return fields;
 }
 
-FieldsByFru ipmi_fru_fields(uint16_t port) {
+Fields ipmi_fru_fields(uint16_t port, uint8_t fru_id, const std::string& cache) {
     const Outcome outcome = run_program({"ipmi-fru", "--driver-type=LAN_2_0", "-W", "opensesspriv", "-h",
                                          "127.0.0.1:" + std::to_string(port), "-u", simulated_user, "-p",
-                                         simulated_password, "-l", "ADMIN", "--ignore-sdr-cache", "--verbose"});
-    FieldsByFru frus;
-    Fields* fru = nullptr;
+                                         simulated_password, "-l", "ADMIN", "--sdr-cache-directory=" + cache,
+                                         "--quiet-cache", "--device-id=" + std::to_string(fru_id), "--verbose"});
+    Fields fields;
     std::string area;
-    const std::regex heading(R"(FRU Inventory Device: .* \(ID ([0-9A-F]+)h\))");
     for (const std::string& line : lines_of(outcome.out)) {
-        std::smatch match;
         const std::size_t colon = line.find(": ");
-        if (std::regex_match(line, match, heading)) {
-            fru = &frus[static_cast<uint8_t>(std::stoi(match[1], nullptr, 16))];
-        } else if (fru != nullptr && line.rfind("  FRU ", 0) == 0 && colon != std::string::npos) {
-            const std::string label = line.substr(6, colon - 6);
-            const std::string value = line.substr(colon + 2);
-            std::string field = field_named(ipmi_fru_labels, label);
-            if (!field.empty()) area = field.substr(0, field.find('.'));
-            if (label == "FRU File ID") field = area + ".FruFileId";
-            if (label == "Error") field = note;
-            add(*fru, field, field == "Board.Date" ? date_of(value, "%D - %T") : value);
+        if (line.rfind("  FRU ", 0) != 0 || colon == std::string::npos) continue;
+        const std::string label = line.substr(6, colon - 6);
+        const std::string value = line.substr(colon + 2);
+        std::string field = field_named(ipmi_fru_labels, label);
+        if (!field.empty()) area = field.substr(0, field.find('.'));
+        if (label == "FRU File ID") field = area + ".FruFileId";
+        if (label == "Error") field = note;
+        if (field == "Board.Date") {
+            add(fields, field, date_of(value, "%D - %T"));
+        } else {
+            add(fields, field, is_bytes(value) ? joined_bytes(value) : value);
         }
     }
-    return frus;
+    return fields;
+}
+
+Fields record_fields(const Fields& fields) {
+    const bool has_board = fields.contains("Board.Manufacturer");
+    const auto value = [&](const std::string& name) {
+        const auto found = fields.find((has_board ? "Board." : "Product.") + name);
+        return found == fields.end() ? std::string() : found->second;
+    };
+    Fields record;
+    for (const std::string name : {"Manufacturer", "PartNumber", "SerialNumber", "Version"}) {
+        add(record, "Record." + name, value(name));
+    }
+    add(record, "Record.Date", value("Date").substr(0, value("Date").find(' ')));
+    add(record, "Record.Custom", value("Custom").substr(0, value("Custom").find(';')));
+    return record;
+}
+
+Fields record_fields_of_component(const Json& component) {
+    Fields record;
+    for (const std::string name : {"Manufacturer", "PartNumber", "SerialNumber", "Version"}) {
+        add(record, "Record." + name, component.value(name, ""));
+    }
+    add(record, "Record.Date", component.value("ManufactureDate", ""));
+    add(record, "Record.Custom", component.value("BoardCustomField", ""));
+    return record;
 }
 
 }  // namespace vpdd::test

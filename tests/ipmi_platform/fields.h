@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // What three programs say of the FRUs of one BMC, in the same words: "Board.SerialNumber" and so on. Custom fields are
-// one value, separated by " | "; the board's date is in UTC; empty fields are left out.
+// one value, separated by "; "; the board's date is in UTC; empty fields are left out.
 #pragma once
 
 #include <cstdint>
@@ -26,14 +26,21 @@ private:
     ScratchFolder folder_;
 };
 
-/// Of one FRU, by `vpdctl fru`.
+/// Of one FRU, by `vpdctl fru`. None when it cannot be read or is no FRU image.
 Fields vpdctl_fields(const PlatformFile& bmc, uint8_t fru_id);
-/// Of all, by `ipmitool fru print`.
-FieldsByFru ipmitool_fields(uint16_t port);
-/// Of all, by `ipmi-fru`.
-FieldsByFru ipmi_fru_fields(uint16_t port);
+/// By `ipmitool fru print`.
+Fields ipmitool_fields(uint16_t port, uint8_t fru_id);
+/// By `ipmi-fru`.
+/// @param cache where it keeps the SDR repository from one call to the next
+Fields ipmi_fru_fields(uint16_t port, uint8_t fru_id, const std::string& cache);
 
-/// What ipmitool says of a FRU in the place of fields: "Device not present"; empty without.
+/// What the record of a FRU would be by these fields: "Record.Manufacturer" and so on. The board's, if there is a
+/// board.
+Fields record_fields(const Fields& fields);
+/// What the inventory says of a component, in the same words.
+Fields record_fields_of_component(const Json& component);
+
+/// What a tool says of a FRU beside its fields: "exit code 1", "checksum invalid".
 inline constexpr const char* note = "Note";
 
 }  // namespace vpdd::test

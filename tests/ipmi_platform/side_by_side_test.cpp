@@ -3,6 +3,7 @@
 // printed as a table for docs/ipmi-platform.md.
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <iostream>
@@ -14,19 +15,69 @@
 namespace vpdd::test {
 namespace {
 
-using testing::HasSubstr;
-
 /// A field for which vpdctl has another value than a tool, on purpose.
 struct Difference {
-    const char* fru;  ///< id, or name of the sample
-    const char* field;
+    const char* fru;    ///< id, or name of the sample
+    const char* field;  ///< "Board.*" is every field of the board, "*" every field
     const char* tool;
     const char* told;
-    const char* shown;  ///< by vpdctl
+    const char* shown;  ///< by vpdctl; "*" is whatever it shows
     const char* reason;
 };
 
-constexpr Difference differences[] = {};
+constexpr Difference differences[] = {
+    {"0", "Record.Custom", "ipmitool", "Board revision C", "Board revisi", "the record has 12 characters for it"},
+    {"1", "Record.PartNumber", "ipmitool", "CPU-8480", "Xeon 8480+",
+     "the record of a part without a board has the product's version as part number"},
+    {"7", "Record.PartNumber", "ipmitool", "CPU-8480", "Xeon 8480+",
+     "the record of a part without a board has the product's version as part number"},
+    {"3", "Board.*", "ipmi-fru", "", "*", "ipmi-fru refuses an area for its checksum; vpdctl shows and marks it"},
+    {"6", "Board.SerialNumber", "ipmi-fru", "Error 'FRU invalid BCD encoding'", "123456",
+     "ipmi-fru refuses packed digits"},
+    {"6", "Record.Manufacturer", "ipmitool", "EXAMPLE SYSTEMS", "*", "the record keeps 6-bit text packed"},
+    {"6", "Record.PartNumber", "ipmitool", "cafe01", "*", "the record has binary data as they are"},
+    {"6", "Record.SerialNumber", "ipmitool", "123456", "???", "the record takes a byte of BCD plus for one digit"},
+    {"AD-FMCDAQ2-EBZ", "Record.Custom", "ipmitool", "0043", "", "binary data that begin with 0 are an empty text"},
+    {"AD9783-DPG2-EBZ", "Record.Custom", "ipmitool", "0042", "", "binary data that begin with 0 are an empty text"},
+    {"ADRV9009-W", "Record.Custom", "ipmitool", "00303142", "", "binary data that begin with 0 are an empty text"},
+    {"drtm-clkft", "Record.Manufacturer", "ipmitool", "Deutsches Elektronen-Synchrotron",
+     "Deutsches Elektronen-Synchrotr", "the record has 30 characters for it"},
+    {"opalkelly_default_2k", "Board.Date", "ipmitool", "Unspecified", "1996-01-01 00:00", "0 minutes: no date"},
+    {"opalkelly_default_2k", "Record.Date", "ipmitool", "Unspecified", "1996-01-01", "0 minutes: no date"},
+    {"synthetic_unspecified_date", "Board.Date", "ipmitool", "Unspecified", "1996-01-01 00:00", "0 minutes: no date"},
+    {"synthetic_unspecified_date", "Record.Date", "ipmitool", "Unspecified", "1996-01-01", "0 minutes: no date"},
+    {"vadatech_utc017", "Board.Date", "ipmitool", "Unspecified", "1996-01-01 00:00", "0 minutes: no date"},
+    {"vadatech_utc017", "Record.Date", "ipmitool", "Unspecified", "1996-01-01", "0 minutes: no date"},
+    {"synthetic_bad_board_checksum", "Board.*", "ipmi-fru", "", "*",
+     "ipmi-fru refuses an area for its checksum; vpdctl shows and marks it"},
+    {"synthetic_truncated", "*", "ipmitool", "", "*", "ipmitool ends with a segmentation fault, before it prints"},
+    {"synthetic_truncated", "Board.*", "ipmi-fru", "", "*",
+     "an area that the image ends in is shown as far as it goes"},
+};
+
+/// A value of a tool that is not that of vpdctl.
+struct Deviation {
+    std::string fru, field, tool, told, shown;
+};
+
+void PrintTo(const Deviation& deviation, std::ostream* out) {
+    *out << '{' << deviation.fru << ", " << deviation.field << ", " << deviation.tool << ", " << deviation.told << ", "
+         << deviation.shown << '}';
+}
+
+bool matches(const std::string& text, const std::string& pattern) {
+    if (!pattern.ends_with('*')) return text == pattern;
+    return text.starts_with(pattern.substr(0, pattern.size() - 1));
+}
+
+bool explains(const Difference& row, const Deviation& deviation) {
+    return deviation.fru == row.fru && matches(deviation.field, row.field) && deviation.tool == row.tool &&
+           deviation.told == row.told && matches(deviation.shown, row.shown);
+}
+
+bool is_explained(const Deviation& deviation) {
+    return std::ranges::any_of(differences, [&](const Difference& row) { return explains(row, deviation); });
+}
 
 class SideBySide : public testing::Test {
 protected:
@@ -37,12 +88,18 @@ protected:
         PlatformFile file{simulator.port()};
         Json inventory = vpdctl_json({"inventory", "--platform", "ipmi", "--bmc", file.path()});
         FieldsByFru vpdctl;
-        FieldsByFru ipmitool = ipmitool_fields(simulator.port());
-        FieldsByFru ipmi_fru = ipmi_fru_fields(simulator.port());
+        FieldsByFru ipmitool;
+        FieldsByFru ipmi_fru;
 
         World() {
-            for (const auto& [id, image] : contents.frus) vpdctl[id] = vpdctl_fields(file, id);
-            vpdctl[fru_absent] = vpdctl_fields(file, fru_absent);
+            const ScratchFolder cache;
+            std::vector<uint8_t> ids{fru_absent};
+            for (const auto& [id, image] : contents.frus) ids.push_back(id);
+            for (const uint8_t id : ids) {
+                vpdctl[id] = vpdctl_fields(file, id);
+                ipmitool[id] = ipmitool_fields(simulator.port(), id);
+                ipmi_fru[id] = ipmi_fru_fields(simulator.port(), id, cache.path(""));
+            }
         }
 
         std::string name(uint8_t fru) const {
@@ -73,52 +130,64 @@ protected:
         return {};
     }
 
+    /// Of all FRUs: the areas by both tools, the inventory's record by ipmitool.
+    static std::vector<Deviation> all_deviations();
+
 private:
     static std::unique_ptr<World> world_;
 };
 
 std::unique_ptr<SideBySide::World> SideBySide::world_;
 
-/// The values of a tool that are not those of vpdctl, each as a row.
-std::vector<std::string> rows_that_differ(const std::string& fru, const std::string& tool, const Fields& shown,
-                                          const Fields& told) {
+std::string value_of(const Fields& fields, const std::string& name) {
+    const auto found = fields.find(name);
+    return found == fields.end() ? std::string() : found->second;
+}
+
+/// Notes are no fields.
+void compare(const std::string& fru, const std::string& tool, const Fields& shown, const Fields& told,
+             std::vector<Deviation>& deviations) {
     std::set<std::string> names;
-    for (const auto& [name, value] : shown) names.insert(name);
-    for (const auto& [name, value] : told) names.insert(name);
-    const auto value_of = [](const Fields& fields, const std::string& name) {
-        const auto found = fields.find(name);
-        return found == fields.end() ? std::string() : found->second;
-    };
-    std::vector<std::string> rows;
+    for (const auto& field : shown) names.insert(field.first);
+    for (const auto& field : told) names.insert(field.first);
+    names.erase(note);
     for (const std::string& name : names) {
         if (value_of(shown, name) == value_of(told, name)) continue;
-        rows.push_back(fru + " / " + name + " / " + tool + " / " + value_of(told, name) + " / " +
-                       value_of(shown, name));
+        deviations.push_back({fru, name, tool, value_of(told, name), value_of(shown, name)});
     }
-    return rows;
+}
+
+std::vector<Deviation> SideBySide::all_deviations() {
+    std::vector<Deviation> deviations;
+    for (const auto& [id, fields] : world().vpdctl) {
+        const std::string fru = world().name(id);
+        compare(fru, "ipmitool", fields, world().ipmitool.at(id), deviations);
+        compare(fru, "ipmi-fru", fields, world().ipmi_fru.at(id), deviations);
+        if (id == fru_module) continue;  // has no FRU areas
+        compare(fru, "ipmitool", record_fields_of_component(component(id)), record_fields(world().ipmitool.at(id)),
+                deviations);
+    }
+    return deviations;
 }
 
 TEST_F(SideBySide, EveryFieldIsWhatTheToolsSayUnlessTheTableExplainsIt) {
-    std::vector<std::string> found;
-    const auto compare = [&found](const std::string& tool, const FieldsByFru& frus) {
-        for (const auto& entry : world().vpdctl) {
-            const auto told = frus.find(entry.first);
-            const auto rows = rows_that_differ(world().name(entry.first), tool, entry.second,
-                                               told == frus.end() ? Fields() : told->second);
-            found.insert(found.end(), rows.begin(), rows.end());
-        }
-    };
-    compare("ipmitool", world().ipmitool);
-    compare("ipmi-fru", world().ipmi_fru);
-    std::vector<std::string> explained;
+    const std::vector<Deviation> deviations = all_deviations();
+    for (const Deviation& deviation : deviations) {
+        EXPECT_TRUE(is_explained(deviation)) << testing::PrintToString(deviation);
+    }
     for (const Difference& row : differences) {
         const bool is_missing_sample = world().samples.names.empty() && std::isdigit(row.fru[0]) == 0;
-        if (is_missing_sample) continue;
-        explained.push_back(std::string(row.fru) + " / " + row.field + " / " + row.tool + " / " + row.told + " / " +
-                            row.shown);
+        const bool is_needed =
+            std::ranges::any_of(deviations, [&](const Deviation& deviation) { return explains(row, deviation); });
+        EXPECT_TRUE(is_needed || is_missing_sample) << row.fru << ' ' << row.field << ' ' << row.tool;
     }
+}
 
-    EXPECT_THAT(found, testing::UnorderedElementsAreArray(explained));
+TEST_F(SideBySide, ManyFieldsAreCompared) {
+    std::size_t fields = 0;
+    for (const auto& fru : world().vpdctl) fields += fru.second.size();
+
+    EXPECT_GE(fields, 50U);
 }
 
 TEST_F(SideBySide, TheInventoryHasEveryLocator) {
@@ -132,28 +201,6 @@ TEST_F(SideBySide, TheInventoryHasEveryLocator) {
     EXPECT_GE(locators, 10U);
 }
 
-TEST_F(SideBySide, RecordsHaveTheValuesOfTheBoardAsIpmitoolSaysThem) {
-    for (const auto& [id, fields] : world().ipmitool) {
-        const Json part = component(id);
-        if (!fields.contains("Board.Manufacturer") || !part.contains("Manufacturer")) continue;
-        if (world().name(id) != std::to_string(id) || id == fru_packed) continue;
-        EXPECT_EQ(part["Manufacturer"], fields.at("Board.Manufacturer")) << int{id};
-        EXPECT_EQ(part["SerialNumber"], fields.at("Board.SerialNumber")) << int{id};
-        EXPECT_EQ(part["PartNumber"], fields.at("Board.PartNumber")) << int{id};
-        EXPECT_EQ(part["ManufactureDate"], fields.at("Board.Date").substr(0, 10)) << int{id};
-    }
-}
-
-TEST_F(SideBySide, ARecordWithoutABoardHasTheProductsVersionAsPartNumber) {
-    const Fields& fields = world().ipmitool.at(fru_processor);
-    const Json part = component(fru_processor);
-
-    EXPECT_EQ(part["Manufacturer"], fields.at("Product.Manufacturer"));
-    EXPECT_EQ(part["SerialNumber"], fields.at("Product.SerialNumber"));
-    EXPECT_EQ(part["Version"], fields.at("Product.Version"));
-    EXPECT_EQ(part["PartNumber"], fields.at("Product.Version"));
-}
-
 TEST_F(SideBySide, AMemoryModuleIsDecodedFromItsSpd) {
     const Json module = component(fru_module);
 
@@ -162,7 +209,7 @@ TEST_F(SideBySide, AMemoryModuleIsDecodedFromItsSpd) {
 }
 
 TEST_F(SideBySide, WhatIsAbsentIsListedAsNotRead) {
-    EXPECT_THAT(world().ipmitool.at(fru_absent).at(note), HasSubstr("Device not present"));
+    EXPECT_THAT(world().ipmitool.at(fru_absent), testing::ElementsAre(testing::Pair(note, "exit code 1")));
     EXPECT_TRUE(component(fru_absent).contains("Reason"));
     EXPECT_EQ(world().inventory["NotRead"].size(), 1U);
 }
@@ -182,8 +229,8 @@ TEST_F(SideBySide, ProcessorsAreThereAsTheirSensorsSay) {
 
     std::map<std::string, std::string> presence;
     for (const Json& part : status["Components"]) presence[part["Name"]] = part["Presence"];
-    EXPECT_EQ(presence["CPU 1"], "Present");
-    EXPECT_EQ(presence["CPU 2"], "Absent");
+    EXPECT_EQ(presence["CPU 1"], "present");
+    EXPECT_EQ(presence["CPU 2"], "absent");
 }
 
 TEST_F(SideBySide, TheTableForTheDocumentation) {
