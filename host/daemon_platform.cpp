@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "host/platform_library.h"
+#include "host/schema.h"
 #include "host/server.h"
 
 namespace vpdd::host {
@@ -97,7 +98,7 @@ int reload(char* error, std::size_t error_size) try {
     const auto server = current_server();
     const Bytes content = file_content(description_file);
     const std::string_view text(reinterpret_cast<const char*>(content.data()), content.size());
-    replace(*server, std::make_shared<Server>(checked_document(text), server->folder, server->options));
+    replace(*server, std::make_shared<Server>(checked_document(text, schema_text), server->folder, server->options));
     return 0;
 } catch (const std::exception& reason) {
     return fail(description_file.string() + ": " + reason.what(), error, error_size);

@@ -85,7 +85,8 @@ void put_text(char (&to)[Size], const std::string& text) {
 int open(std::string_view text, const std::filesystem::path& folder, const VpddHostOptions* options, Bmc bmc,
          const std::string& prefix, char* error, std::size_t error_size) try {
     vpdd_host_close();
-    use_server(std::make_shared<Server>(checked_document(text, schema_text), folder, options_of(options), std::move(bmc)));
+    use_server(
+        std::make_shared<Server>(checked_document(text, schema_text), folder, options_of(options), std::move(bmc)));
     return 0;
 } catch (const DescriptionError& reason) {
     return fail(prefix + reason.what(), error, error_size);
