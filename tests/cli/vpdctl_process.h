@@ -32,11 +32,11 @@ struct Outcome {
 /// The exit code when there is no such program.
 inline constexpr int exit_not_found = 127;
 
-/// A program by its name or path. Both outputs go to files. Dates are those of UTC.
-Outcome run_program(const std::vector<std::string>& words, const Environment& environment = {});
-
-/// The same of vpdctl.
+/// Both outputs go to files. Dates are those of UTC.
 Outcome vpdctl(const std::vector<std::string>& arguments, const Environment& environment = {});
+
+/// The same of a program of this machine, by its name.
+Outcome run_tool(const std::vector<std::string>& words, const Environment& environment = {});
 
 /// The JSON that vpdctl prints, whatever its exit code.
 Json vpdctl_json(std::vector<std::string> arguments);

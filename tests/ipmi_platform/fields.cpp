@@ -148,8 +148,8 @@ Fields vpdctl_fields(const PlatformFile& bmc, uint8_t fru_id) {
 
 Fields ipmitool_fields(uint16_t port, uint8_t fru_id) {
     const Outcome outcome =
-        run_program({"ipmitool", "-v", "-I", "lanplus", "-C", "3", "-H", "127.0.0.1", "-p", std::to_string(port), "-U",
-                     simulated_user, "-P", simulated_password, "fru", "print", std::to_string(fru_id)});
+        run_tool({"ipmitool", "-v", "-I", "lanplus", "-C", "3", "-H", "127.0.0.1", "-p", std::to_string(port), "-U",
+                  simulated_user, "-P", simulated_password, "fru", "print", std::to_string(fru_id)});
     Fields fields;
     for (const std::string& line : lines_of(outcome.out)) {
         const std::size_t colon = line.find(" : ");
@@ -163,10 +163,10 @@ Fields ipmitool_fields(uint16_t port, uint8_t fru_id) {
 }
 
 Fields ipmi_fru_fields(uint16_t port, uint8_t fru_id, const std::string& cache) {
-    const Outcome outcome = run_program({"ipmi-fru", "--driver-type=LAN_2_0", "-W", "opensesspriv", "-h",
-                                         "127.0.0.1:" + std::to_string(port), "-u", simulated_user, "-p",
-                                         simulated_password, "-l", "ADMIN", "--sdr-cache-directory=" + cache,
-                                         "--quiet-cache", "--device-id=" + std::to_string(fru_id), "--verbose"});
+    const Outcome outcome =
+        run_tool({"ipmi-fru", "--driver-type=LAN_2_0", "-W", "opensesspriv", "-h", "127.0.0.1:" + std::to_string(port),
+                  "-u", simulated_user, "-p", simulated_password, "-l", "ADMIN", "--sdr-cache-directory=" + cache,
+                  "--quiet-cache", "--device-id=" + std::to_string(fru_id), "--verbose"});
     Fields fields;
     std::string area;
     for (const std::string& line : lines_of(outcome.out)) {

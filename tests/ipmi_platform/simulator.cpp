@@ -45,9 +45,8 @@ void write_sensor(std::ostream& out, const SimulatedSensor& sensor) {
 }  // namespace
 
 bool simulator_is_installed() {
-    return run_program({"ipmi_sim", "-v"}).code != exit_not_found &&
-           run_program({"ipmitool", "-V"}).code != exit_not_found &&
-           run_program({"ipmi-fru", "--version"}).code != exit_not_found;
+    return run_tool({"ipmi_sim", "-v"}).code != exit_not_found && run_tool({"ipmitool", "-V"}).code != exit_not_found &&
+           run_tool({"ipmi-fru", "--version"}).code != exit_not_found;
 }
 
 uint16_t free_port() { return UdpSocket().port(); }
