@@ -12,6 +12,7 @@
 #include "faults/held_locks.h"
 #include "own_process.h"
 #include "status/watched_calls.h"
+#include "stride.h"
 
 namespace vpdd::test {
 
@@ -57,7 +58,7 @@ inline void for_each_failing_call(const std::function<void(RunOfCalls&)>& body) 
     std::size_t runs = 0;
     for (CallFault fault : call_failures) {
         bool reached_the_end = false;
-        for (fault.number = 1; !reached_the_end; ++fault.number, ++runs) {
+        for (fault.number = 1; !reached_the_end; fault.number += stride_of_runs(), ++runs) {
             ASSERT_LT(fault.number, most) << "the operation never ends";
             const auto result = succeeds_in_own_process([&] {
                 RunOfCalls run(fault);

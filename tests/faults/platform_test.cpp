@@ -14,6 +14,7 @@
 #include "host/images/smbios_image.h"
 #include "host/images/spd_image.h"
 #include "status/log_world.h"
+#include "stride.h"
 
 using namespace vpdd::test;
 namespace images = vpdd::images;
@@ -28,7 +29,7 @@ constexpr uint8_t processors = 2, ddr4_modules = 20, ddr5_modules = 6, boards = 
 constexpr int sdr_unreadable = -3, fru_unreadable = -10, smbios_missing = 64;
 
 /// A sanitizer makes a run many times as slow: it sees some of the calls only.
-constexpr std::size_t stride = allocator_can_fail ? 1 : 11;
+const std::size_t stride = allocator_can_fail ? stride_of_runs() : 11;
 
 using Records = std::array<ComponentVpdRecord, 256>;  // by FRU id; without a record its id is 0
 

@@ -9,6 +9,7 @@
 
 #include "failing_allocator.h"
 #include "status_world.h"
+#include "stride.h"
 
 using namespace vpdd::test;
 
@@ -235,7 +236,8 @@ TEST_P(PowerCut, LosesNothing) {
     const Entries before = make_entries(GetParam().entries);
     // A sanitizer makes a cut many times as slow: with long logs, where each write is a step, it sees every 16th.
     const bool is_long = before.size() > 10 && GetParam().device == Device::keeps_everything;
-    const std::size_t stride = is_long && !allocator_can_fail ? 16 : 1;
+    const std::size_t stride_of_long = allocator_can_fail ? stride_of_runs() : 16;
+    const std::size_t stride = is_long ? stride_of_long : 1;
     std::size_t cuts = 0, step = 1;
     for (int ended = 0; ended != update_finished; ++cuts, step += stride) {
         fs::remove(backup_path);
