@@ -116,6 +116,9 @@ int open(const char* path, int flags, ...) {
     return real_open(path, flags, mode);
 }
 
+// What a caller built with _FORTIFY_SOURCE calls instead, when the compiler does not see the flags.
+int __open64_2(const char* path, int flags) { return open(path, flags); }
+
 int fcntl(int fd, int command, ...) {
     static auto* const real_fcntl = real<int(int, int, ...)>("fcntl64", "fcntl");
     va_list arguments;
