@@ -42,6 +42,7 @@ Runner declare_machine(CLI::App& verb);
 Runner declare_status(CLI::App& verb);
 Runner declare_log(CLI::App& verb);
 Runner declare_history(CLI::App& verb);
+Runner declare_watch(CLI::App& verb);
 Runner declare_simulate(CLI::App& verb);
 
 }  // namespace vpdd::cli

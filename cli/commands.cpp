@@ -9,10 +9,11 @@ namespace {
 
 constexpr auto all_commands = std::to_array<Command>({
     {"inventory", "Show every component of a server",
-     "Reads the server's FRUs and memory modules, compares the modules with SMBIOS and\n"
-     "lists what could not be read, with the reason.\n"
+     "Asks vpdd. With --server, reads the described server's FRUs and memory modules itself,\n"
+     "compares the modules with SMBIOS and lists what could not be read, with the reason.\n"
      "\n"
      "Examples:\n"
+     "  vpdctl inventory                                        of this machine\n"
      "  vpdctl inventory --server ddr5-2s.json\n"
      "  vpdctl inventory --server ddr5-2s.json --log -          with the library's messages\n"
      "  vpdctl inventory --platform ipmi --bmc rack4.json       asks a real BMC over IPMI\n"
@@ -20,7 +21,8 @@ constexpr auto all_commands = std::to_array<Command>({
      declare_inventory},
     {"machine", "Show the identity of a server",
      "Type and model, serial numbers, UUID, addresses and code levels as the server's\n"
-     "system VPD has them. An OEM machine has label/value pairs of its own: --oem.\n"
+     "system VPD has them; vpdd is asked unless there is --server or --offline. An OEM\n"
+     "machine has label/value pairs of its own: --oem.\n"
      "\n"
      "--from-cache builds the cache files that other processes read and shows what they\n"
      "hold. They are in a /tmp of vpdctl's own, which takes mount namespaces.\n"
@@ -31,9 +33,10 @@ constexpr auto all_commands = std::to_array<Command>({
      "  vpdctl machine --server ddr4-2s --json | jq -r .UUID\n",
      declare_machine},
     {"status", "Show which components are there, and since when",
-     "Builds the component cache, restores the components' status from the activity log,\n"
-     "reads the FRUs again and looks which are there. What has come, gone or been replaced\n"
-     "since the last time is written to the activity log and to the change history.\n"
+     "Asks vpdd. With --server, does what vpdd does: builds the component cache, restores the\n"
+     "components' status from the activity log, reads the FRUs again and looks which are\n"
+     "there. What has come, gone or been replaced since the last time is written to the\n"
+     "activity log and to the change history.\n"
      "\n"
      "Memory devices (entity id 0x20) are never logged: they appear here, but neither in\n"
      "`vpdctl log` nor in `vpdctl history`, and it is not known since when they are there.\n"
@@ -42,17 +45,20 @@ constexpr auto all_commands = std::to_array<Command>({
      "mount namespace of vpdctl's own.\n"
      "\n"
      "Examples:\n"
+     "  vpdctl status --refresh\n"
      "  vpdctl status --server ddr5-2s --state DIR\n"
      "  vpdctl status --server ddr5-2s --state DIR --changed\n"
      "  vpdctl status --server ddr5-2s --state DIR --json | jq '.Components[].Presence'\n",
      declare_status},
     {"log", "Show or empty the activity log",
-     "The log has an entry for each component that was installed or removed, oldest\n"
-     "first; `vpdctl status` writes it, to DIR/flash/data0/component_activity.log.\n"
+     "The log has an entry for each component that was installed or removed, oldest first.\n"
+     "vpdd writes it, and is asked for it; --offline reads it without vpdd. With --state it is\n"
+     "DIR/flash/data0/component_activity.log, which `vpdctl status --server` writes.\n"
      "\n"
      "Memory devices (entity id 0x20) are never logged: see them in `vpdctl status`.\n"
      "\n"
      "Examples:\n"
+     "  vpdctl log\n"
      "  vpdctl log --state DIR\n"
      "  vpdctl log --state DIR --json | jq '.Entries[-1]'\n"
      "  vpdctl log --state DIR --clean --yes\n",
@@ -67,6 +73,15 @@ constexpr auto all_commands = std::to_array<Command>({
      "  vpdctl history --state DIR\n"
      "  vpdctl history --state DIR --json | jq '.Changes[] | select(.Event == \"Replaced\")'\n",
      declare_history},
+    {"watch", "Follow what changes, as vpdd notices it",
+     "Shows a line for each component that is installed, removed or replaced, until it is\n"
+     "interrupted. When vpdd is started again meanwhile, what has changed in between is shown.\n"
+     "\n"
+     "Examples:\n"
+     "  vpdctl watch\n"
+     "  vpdctl watch --all --json | jq -c 'select(.Event == \"Removed\")'\n"
+     "  vpdctl watch --count 1                                  wait for the next change\n",
+     declare_watch},
     {"simulate", "Pull, insert or swap a component of a described server",
      "What is pulled answers that it is not present, and a processor's sensor no longer\n"
      "detects it; insert brings it back; swap puts a part with another serial number in\n"

@@ -13,7 +13,8 @@ CLI::Option* add_server_option(CLI::App& verb, std::string& server) {
 
 void add_server_choice(CLI::App& verb, ServerChoice& choice) {
     CLI::Option* server = verb.add_option("--server", choice.server,
-                                          "Description of the server, or the name of one that came with vpdctl")
+                                          "Do without vpdd and read the server that FILE describes, or one that came "
+                                          "with vpdctl")
                               ->type_name("FILE");
     verb.add_option("--platform", choice.platform, "\"ipmi\": a real BMC is asked; \"host\": the server is described")
         ->type_name("NAME")

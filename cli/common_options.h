@@ -15,7 +15,7 @@ namespace vpdd::cli {
 
 /// --server, which has to be given.
 CLI::Option* add_server_option(CLI::App& verb, std::string& server);
-/// --server, or --platform and --bmc; ServerSession::open() wants one of them.
+/// --server, or --platform and --bmc; without them the verb asks the daemon.
 void add_server_choice(CLI::App& verb, ServerChoice& choice);
 void add_json_option(CLI::App& verb, bool& json);
 void add_log_option(CLI::App& verb, std::string& log);

@@ -52,4 +52,17 @@ Inventory take_inventory() {
     return inventory;
 }
 
+Inventory sorted_inventory(const MachineVpdRecord& machine, const std::vector<ComponentVpdRecord>& records) {
+    Inventory inventory;
+    inventory.machine = machine;
+    for (const ComponentVpdRecord& record : records) {
+        if (record.is_cached == 1) {
+            group_of(inventory, record).push_back(record);
+        } else {
+            inventory.unread.push_back({record, "not present, or not readable"});
+        }
+    }
+    return inventory;
+}
+
 }  // namespace vpdd::cli

@@ -37,6 +37,9 @@ struct Inventory {
 /// Reads the machine's record, and the cache, which stands, through the library's look-ups.
 Inventory take_inventory();
 
+/// From what the daemon has; why it could not read a component it does not tell.
+Inventory sorted_inventory(const MachineVpdRecord& machine, const std::vector<ComponentVpdRecord>& records);
+
 void print_inventory(std::ostream& out, const Inventory& inventory, const std::string& server, const Style& style);
 Json inventory_json(const Inventory& inventory, const std::string& server);
 

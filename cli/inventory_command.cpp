@@ -6,6 +6,7 @@
 
 #include "cli/command.h"
 #include "cli/common_options.h"
+#include "cli/daemon_client.h"
 #include "cli/inventory.h"
 
 namespace vpdd::cli {
@@ -18,15 +19,21 @@ struct Arguments {
     SessionOptions session;
 };
 
+Inventory inventory_of(ServerSession& session, const ServerChoice& choice) {
+    if (!choice.is_made()) return DaemonClient(session.log()).inventory();
+    session.open(choice);
+    session.create_cache();
+    return take_inventory();
+}
+
 ExitCode run(const Arguments& arguments) {
     ServerSession session(arguments.session);
-    session.open(arguments.choice);
-    session.create_cache();
-    const Inventory inventory = take_inventory();
+    const Inventory inventory = inventory_of(session, arguments.choice);
+    const std::string server = arguments.choice.is_made() ? arguments.choice.name() : "this machine";
     if (arguments.json) {
-        print_json(std::cout, inventory_json(inventory, arguments.choice.name()));
+        print_json(std::cout, inventory_json(inventory, server));
     } else {
-        print_inventory(std::cout, inventory, arguments.choice.name(), output_style());
+        print_inventory(std::cout, inventory, server, output_style());
     }
     session.require_bmc();
     return inventory.unread.empty() ? ExitCode::ok : ExitCode::incomplete;

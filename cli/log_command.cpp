@@ -10,6 +10,7 @@
 #include "cli/command.h"
 #include "cli/common_options.h"
 #include "cli/component.h"
+#include "cli/daemon_client.h"
 #include "cli/display_text.h"
 #include "cli/library_output.h"
 #include "cli/table.h"
@@ -25,6 +26,7 @@ struct Arguments {
     bool json = false;
     bool clean = false;
     bool yes = false;
+    bool offline = false;
     SessionOptions session;
 };
 
@@ -66,24 +68,30 @@ bool is_confirmed(const Arguments& arguments, std::size_t entries) {
     return answer == "y" || answer == "Y" || answer == "yes";
 }
 
+bool is_asked_of_daemon(const Arguments& arguments) {
+    return !arguments.offline && arguments.session.state_directory.empty();
+}
+
 void clean(ServerSession& session, const Arguments& arguments, std::size_t entries) {
     if (!is_confirmed(arguments, entries)) {
         std::cerr << "Nothing was removed.\n";
         return;
     }
+    if (is_asked_of_daemon(arguments)) return DaemonClient(session.log()).clean_log();
     const LibraryOutput kept_apart(session.log());
     clean_activity_log();
 }
 
-Entries entries_of(ServerSession& session) {
+Entries entries_of(ServerSession& session, const Arguments& arguments) {
+    if (is_asked_of_daemon(arguments)) return DaemonClient(session.log()).log();
     const LibraryOutput kept_apart(session.log());
     return read_activity_log();
 }
 
 ExitCode run(const Arguments& arguments) {
     ServerSession session(arguments.session);
-    session.enter_private_root();
-    const Entries entries = entries_of(session);
+    if (!arguments.session.state_directory.empty()) session.enter_private_root();
+    const Entries entries = entries_of(session, arguments);
     if (arguments.clean) {
         clean(session, arguments, entries.size());
     } else if (arguments.json) {
@@ -98,7 +106,9 @@ ExitCode run(const Arguments& arguments) {
 
 Runner declare_log(CLI::App& verb) {
     auto arguments = std::make_shared<Arguments>();
-    add_state_option(verb, arguments->session.state_directory, "The state directory whose log is meant")->required();
+    CLI::Option* state = add_state_option(verb, arguments->session.state_directory,
+                                          "Do without vpdd and read the log in the state directory DIR");
+    verb.add_flag("--offline", arguments->offline, "Read the log of this machine without asking vpdd")->excludes(state);
     add_json_option(verb, arguments->json);
     CLI::Option* clean = verb.add_flag("--clean", arguments->clean, "Remove all entries, after a question");
     verb.add_flag("--yes", arguments->yes, "Do not ask")->needs(clean);

@@ -6,6 +6,7 @@
 
 #include "cli/command.h"
 #include "cli/common_options.h"
+#include "cli/daemon_client.h"
 #include "cli/library_output.h"
 #include "cli/machine.h"
 
@@ -17,6 +18,7 @@ struct Arguments {
     ServerChoice choice;
     bool oem = false;
     bool from_cache = false;
+    bool offline = false;
     bool json = false;
     SessionOptions session;
 };
@@ -38,7 +40,23 @@ void show(const Record& record, bool json, Json (*to_json)(const Record&),
     print(std::cout, record, output_style());
 }
 
+/// What this machine's daemon has, or has left in its cache files.
+ExitCode run_without_server(const Arguments& arguments) {
+    if (arguments.from_cache)
+        throw WrongUsage("--from-cache builds the files of a described server: it needs --server");
+    const ServerSession session(arguments.session);
+    const DaemonClient client(session.log());
+    if (arguments.oem) {
+        show(arguments.offline ? read_cached_oem_machine() : client.oem_machine(), arguments.json, oem_machine_json,
+             print_oem_machine);
+    } else {
+        show(arguments.offline ? read_cached_machine() : client.machine(), arguments.json, machine_json, print_machine);
+    }
+    return ExitCode::ok;
+}
+
 ExitCode run(const Arguments& arguments) {
+    if (!arguments.choice.is_made()) return run_without_server(arguments);
     ServerSession session(arguments.session);
     session.open(arguments.choice);
     if (arguments.oem) {
@@ -56,6 +74,9 @@ ExitCode run(const Arguments& arguments) {
 Runner declare_machine(CLI::App& verb) {
     auto arguments = std::make_shared<Arguments>();
     add_server_choice(verb, arguments->choice);
+    verb.add_flag("--offline", arguments->offline, "Read the cache files that vpdd has written, without asking it")
+        ->excludes("--server")
+        ->excludes("--bmc");
     verb.add_flag("--oem", arguments->oem, "Show the OEM machine record");
     verb.add_flag("--from-cache", arguments->from_cache, "Build the cache files and read them");
     add_json_option(verb, arguments->json);

@@ -22,6 +22,8 @@ struct ServerChoice {
     std::string platform;  ///< "host", "ipmi" or empty
     std::string bmc;       ///< the platform file of a BMC that is asked over IPMI
 
+    /// Without one the daemon is asked.
+    bool is_made() const { return !server.empty() || !platform.empty() || !bmc.empty(); }
     bool is_bmc() const { return !bmc.empty() || platform == "ipmi"; }
     /// For people.
     const std::string& name() const { return is_bmc() ? bmc : server; }

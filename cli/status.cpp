@@ -109,7 +109,8 @@ std::string since(const ComponentStatus& component, std::string (*to_text)(int64
 }
 
 bool is_shown(const ComponentStatus& component, bool only_changes) {
-    return !only_changes || (component.is_logged && component.change != unchanged);
+    const bool has_changed = component.is_logged && !component.change.empty() && component.change != unchanged;
+    return !only_changes || has_changed;
 }
 
 std::size_t count_with(const ServerStatus& status, const std::string& presence) {
@@ -152,6 +153,16 @@ ServerStatus take_status(std::ostream* log) {
     update_status(poll_presence);
     const Snapshot after;
     for (const ComponentVpdRecord& record : after.cache) status.components.push_back(status_of(record, before, after));
+    return status;
+}
+
+ServerStatus served_status(const std::vector<ComponentVpdRecord>& components,
+                           const std::vector<ComponentVpdRecord>& log) {
+    ServerStatus status;
+    for (const ComponentVpdRecord& record : components) {
+        status.components.push_back(
+            {record, identity_of(record, log), {}, {}, record.entity_id != entity_memory_device});
+    }
     return status;
 }
 

@@ -29,6 +29,10 @@ struct ServerStatus {
 /// Restores, updates and polls. The server is open, in a private root, and its cache stands. Throws std::runtime_error.
 ServerStatus take_status(std::ostream* log);
 
+/// From what the daemon has: it does not tell what has changed.
+ServerStatus served_status(const std::vector<ComponentVpdRecord>& components,
+                           const std::vector<ComponentVpdRecord>& log);
+
 /// @param only_changes leave out what is as it was
 void print_status(std::ostream& out, const ServerStatus& status, bool only_changes, const Style& style);
 Json status_json(const ServerStatus& status, bool only_changes);

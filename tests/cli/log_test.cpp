@@ -43,13 +43,6 @@ TEST_F(Log, MayBeNamedByTheEnvironment) {
     EXPECT_EQ(vpdctl({"log"}, {{"VPDD_STATE_DIRECTORY", state()}}).out, "The activity log is empty.\n");
 }
 
-TEST_F(Log, WithoutAStateDirectoryIsNotLookedFor) {
-    const Outcome outcome = vpdctl({"log"});
-
-    EXPECT_EQ(outcome.code, exit_usage);
-    EXPECT_THAT(outcome.err, HasSubstr("--state is required"));
-}
-
 TEST_F(Log, DropsADamagedEntryAndSaysSoInTheMessages) {
     write_damaged_entry();
 

@@ -27,7 +27,7 @@ TEST(Usage, HelpTeachesWithExamplesAndExitCodes) {
 
 TEST(Usage, EachCommandHasHelpWithAnExample) {
     for (const std::string command :
-         {"inventory", "machine", "status", "log", "history", "firmware", "property", "slots", "spd", "fru"}) {
+         {"inventory", "machine", "status", "log", "history", "watch", "firmware", "property", "slots", "spd", "fru"}) {
         const Outcome outcome = vpdctl({command, "--help"});
 
         EXPECT_EQ(outcome.code, exit_ok) << command;
@@ -58,7 +58,7 @@ TEST(Usage, UnknownCommandsAndOptionsAreWrong) {
 
 TEST(Usage, AMissingArgumentIsNamed) {
     const Outcome file = vpdctl({"spd"});
-    const Outcome server = vpdctl({"inventory"});
+    const Outcome server = vpdctl({"simulate", "pull", "1", "--state", "s"});
 
     EXPECT_EQ(file.code, exit_usage);
     EXPECT_THAT(file.err, HasSubstr("FILE is required"));
