@@ -3,94 +3,19 @@
 
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cstring>
 #include <ctime>
-#include <string_view>
 
 namespace vpdd::daemon {
 
 namespace {
 
-constexpr uint8_t memory_device = 0x20;  // IPMI 2.0 table 43-13
 constexpr uint8_t no_further_record = 0xFF;
-constexpr int32_t present = 1;
-constexpr int32_t no_sensor = 255;
 
 void link_records(Records& records) {
     for (std::size_t i = 0; i < records.size(); ++i) {
         records[i].next_fru_id = i + 1 < records.size() ? records[i + 1].fru_id : no_further_record;
     }
-}
-
-template <std::size_t Size>
-std::string_view text_of(const char (&text)[Size]) {
-    return {text, strnlen(text, Size)};
-}
-
-template <std::size_t Size>
-void put_text(char (&to)[Size], std::string_view text) {
-    to[text.copy(to, Size - 1)] = '\0';
-}
-
-/// A memory module has its identity in its SPD, everything else in its FRU.
-bool is_memory(const ComponentVpdRecord& record) { return record.entity_id == memory_device; }
-
-std::string_view serial_number_of(const ComponentVpdRecord& record) {
-    return is_memory(record) ? text_of(record.spd_info.serial_number) : text_of(record.serial_number);
-}
-
-std::string_view part_number_of(const ComponentVpdRecord& record) {
-    return is_memory(record) ? text_of(record.spd_info.part_number) : text_of(record.part_number);
-}
-
-VpddChangeEntry entry_of(VpddChangeEvent event, const ComponentVpdRecord& record, int64_t time) {
-    VpddChangeEntry entry{};
-    entry.time = time;
-    entry.event = event;
-    entry.fru_id = record.fru_id;
-    entry.entity_id = record.entity_id;
-    entry.entity_instance = record.entity_instance;
-    put_text(entry.name, text_of(record.name));
-    put_text(entry.serial_number, serial_number_of(record));
-    put_text(entry.part_number, part_number_of(record));
-    return entry;
-}
-
-/// An absent component shows the part that was there last.
-const ComponentVpdRecord& with_identity(const ComponentVpdRecord& former, const ComponentVpdRecord& now) {
-    return serial_number_of(now).empty() ? former : now;
-}
-
-VpddChangeEvent event_of(int32_t status) {
-    if (status == present) return VPDD_CHANGE_INSTALLED;
-    return status == no_sensor ? VPDD_CHANGE_NO_SENSOR : VPDD_CHANGE_REMOVED;
-}
-
-void compare(const ComponentVpdRecord& former, const ComponentVpdRecord& now, int64_t time, Changes& changes) {
-    if (former.status != now.status) {
-        const ComponentVpdRecord& shown = now.status == present ? now : with_identity(former, now);
-        changes.push_back(entry_of(event_of(now.status), shown, time));
-        return;
-    }
-    if (now.status != present || former.crc == now.crc) return;
-    const bool is_replaced = serial_number_of(former) != serial_number_of(now);
-    VpddChangeEntry entry = entry_of(is_replaced ? VPDD_CHANGE_REPLACED : VPDD_CHANGE_DATA, now, time);
-    if (is_replaced) put_text(entry.previous_serial_number, serial_number_of(former));
-    changes.push_back(entry);
-}
-
-bool are_same_components(const Records& former, const Records& now) {
-    return std::ranges::equal(former, now, [](const ComponentVpdRecord& one, const ComponentVpdRecord& other) {
-        return one.fru_id == other.fru_id && text_of(one.name) == text_of(other.name);
-    });
-}
-
-VpddChangeEntry general_entry(VpddChangeEvent event, int64_t time) {
-    VpddChangeEntry entry{};
-    entry.time = time;
-    entry.event = event;
-    return entry;
 }
 
 template <class Record>
@@ -101,13 +26,13 @@ bool are_equal(const std::optional<Record>& one, const std::optional<Record>& ot
 
 }  // namespace
 
-Records copy_components() {
-    Records records(VPDD_MOST_RECORDS);
+Records copy_components(Records& room) {
+    room.resize(VPDD_MOST_RECORDS);
     uint32_t length = 0;
-    const auto size = static_cast<uint32_t>(records.size() * sizeof(ComponentVpdRecord));
-    if (GetComponentVPD_KIVA(&length, size, nullptr, records.data()) != 0) return {};
-    records.resize(length / sizeof(ComponentVpdRecord));
-    records.shrink_to_fit();
+    const auto size = static_cast<uint32_t>(room.size() * sizeof(ComponentVpdRecord));
+    if (GetComponentVPD_KIVA(&length, size, nullptr, room.data()) != 0) return {};
+    const auto count = static_cast<std::ptrdiff_t>(length / sizeof(ComponentVpdRecord));
+    Records records(room.begin(), room.begin() + count);
     link_records(records);
     return records;
 }
@@ -139,17 +64,9 @@ void copy_machine(Inventory& inventory) {
 }
 
 Changes changes_between(const Inventory& former, const Inventory& now) {
-    Changes changes;
-    const int64_t time = now.taken;
-    if (are_same_components(former.components, now.components)) {
-        for (std::size_t i = 0; i < now.components.size(); ++i) {
-            compare(former.components[i], now.components[i], time, changes);
-        }
-    } else {
-        changes.push_back(general_entry(VPDD_CHANGE_REBUILT, time));
-    }
+    Changes changes = changes_between(former.components, now.components, now.taken);
     if (!are_equal(former.machine, now.machine) || !are_equal(former.oem_machine, now.oem_machine)) {
-        changes.push_back(general_entry(VPDD_CHANGE_MACHINE, time));
+        changes.push_back(general_change(VPDD_CHANGE_MACHINE, now.taken));
     }
     return changes;
 }

@@ -9,12 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "daemon/vpdd_protocol.h"
+#include "daemon/changes.h"
 #include "orva_vpdd.h"
 
 namespace vpdd::daemon {
-
-using Records = std::vector<ComponentVpdRecord>;
 
 /// Never changed once it is published.
 struct Inventory {
@@ -28,10 +26,9 @@ struct Inventory {
 };
 
 using SharedInventory = std::shared_ptr<const Inventory>;
-using Changes = std::vector<VpddChangeEntry>;
-
 /// The cache as the library's look-ups have it. Empty when it has no records.
-Records copy_components();
+/// @param room is kept by the caller from one copy to the next: it is large
+Records copy_components(Records& room);
 Records copy_log();
 
 /// Differs when the activity log has been written.

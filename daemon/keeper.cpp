@@ -19,7 +19,7 @@ constexpr int32_t present = 1;
 constexpr uint8_t memory_device = 0x20;  // IPMI 2.0 table 43-13
 
 /// The host's network ports on the system board and on an extra module.
-constexpr std::array<std::string_view, 2> watched_paths{"/ac/zeltc/lom-active", "/ac/zeltc/xlom-active"};
+constexpr std::array<const char*, 2> watched_paths{"/ac/zeltc/lom-active", "/ac/zeltc/xlom-active"};
 
 Keeper& keeper_of(void* context) { return *static_cast<Keeper*>(context); }
 
@@ -105,6 +105,11 @@ void Keeper::begin_stop() {
     work_came_.notify_all();
 }
 
+bool Keeper::is_stopping() {
+    const std::scoped_lock lock(mutex_);
+    return is_stopping_;
+}
+
 bool Keeper::wait_for_stop(std::chrono::milliseconds limit) {
     std::unique_lock lock(mutex_);
     return ended_.wait_for(lock, limit, [this] { return !is_running_; });
@@ -136,12 +141,7 @@ bool Keeper::fail(const std::string& reason) {
 
 void Keeper::run() {
     if (!begin()) return;
-    for (;;) {
-        const Work work = next_work();
-        {
-            const std::scoped_lock lock(mutex_);
-            if (is_stopping_) break;
-        }
+    for (Work work = next_work(); !is_stopping(); work = next_work()) {
         if (!carry_out(work)) return;
     }
     DestroyComponentVPDCache();
@@ -150,6 +150,7 @@ void Keeper::run() {
 /// The first inventory.
 bool Keeper::begin() {
     if (!create_cache()) return false;
+    if (is_stopping()) return true;
     update_machine_vpd_cache_file();
     const Records log = copy_log();
     restore();
@@ -201,12 +202,21 @@ bool Keeper::carry_out(const Work& work) {
     if (work.clean_log) clean_log();
     if (work.rebuild && !rebuild()) return false;
     if (work.system_vpd) vpd_sysvpd_changed_notify_callback();
+    update_ports(work);
     refresh_if_needed(work.refresh);
     if (!poll_presence()) return false;
 
     const auto inventory = take_inventory();
     publish(work.reload, changes_between(*current_, *inventory), inventory);
     return true;
+}
+
+/// The ports' addresses are part of the machine's record.
+void Keeper::update_ports(const Work& work) {
+    for (std::size_t i = 0; i < watched_paths.size(); ++i) {
+        if (work.property_paths[i]) vpdd_property_change_cache(watched_paths[i]);
+    }
+    if (std::ranges::count(work.property_paths, true) > 0) update_machine_vpd_cache_file();
 }
 
 void Keeper::reload() {
@@ -264,7 +274,7 @@ void Keeper::clean_log() {
 
 std::shared_ptr<Inventory> Keeper::take_inventory() {
     auto inventory = std::make_shared<Inventory>();
-    inventory->components = copy_components();
+    inventory->components = copy_components(room_);
     const LogStamp stamp = log_stamp();
     inventory->log = current_ && stamp == log_stamp_ ? current_->log : copy_log();
     log_stamp_ = stamp;

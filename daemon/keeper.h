@@ -70,12 +70,14 @@ private:
     };
 
     void run();
+    bool is_stopping();
     bool begin();
     bool create_cache();
     void restore();
     void update_cache();
     Work next_work();
     bool carry_out(const Work& work);
+    void update_ports(const Work& work);
     void reload();
     bool rebuild();
     void refresh_if_needed(bool is_wanted);
@@ -111,6 +113,7 @@ private:
     std::array<bool, 256> was_there_{};  ///< FRU ids that answered while their component was absent or unread
     std::chrono::steady_clock::time_point refreshed_;
     LogStamp log_stamp_;
+    Records room_;
     std::string trouble_;
 };
 

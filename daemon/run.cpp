@@ -12,6 +12,7 @@
 
 #include "daemon/answers.h"
 #include "daemon/exit_code.h"
+#include "daemon/firmware_reader.h"
 #include "daemon/keeper.h"
 #include "daemon/program.h"
 #include "daemon/server.h"
@@ -22,7 +23,8 @@ namespace vpdd::daemon {
 namespace {
 
 constexpr std::chrono::milliseconds longest_order{60000};
-constexpr std::chrono::milliseconds longest_stop{15000};
+constexpr std::chrono::milliseconds longest_firmware_look{20000};
+constexpr std::chrono::milliseconds longest_stop{10000};
 
 int new_wake_descriptor() {
     const int fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
@@ -40,12 +42,14 @@ public:
 private:
     void on_wake();
     void on_request(ClientSession& session, const Request& request, std::size_t room);
+    void read_firmware(ClientSession& session, const Request& request, std::size_t room);
     void on_late(ClientSession& session);
     void on_reload();
     void take(const PassResult& result);
     void answer_pending();
+    void answer_firmware(const FirmwareReader::Finding& finding);
     void answer_from_holdings(ClientSession& session, const Request& request, std::size_t room);
-    void stop_keeper();
+    void stop_threads();
 
     const Options& options_;
     const VpddPlatformLibrary& platform_;
@@ -60,6 +64,7 @@ private:
     const ScopedFd wake_{new_wake_descriptor()};
     Holdings holdings_;
     Keeper keeper_;
+    FirmwareReader firmware_reader_{[this] { eventfd_write(wake_.get(), 1); }};
     DescriptorWatch wake_watch_{loop_, wake_.get(), EPOLLIN, [this](uint32_t) { on_wake(); }};
     Server server_;
 };
@@ -94,20 +99,22 @@ bool Daemon::open_platform() {
 int Daemon::run() {
     loop_.keep_watchdog();
     keeper_.start();
+    firmware_reader_.start();
     while (!is_stopping_ && !keeper_.has_failed()) {
         loop_.run_once();
         server_.reap();
     }
     sd_notify(0, "STOPPING=1\nSTATUS=Ending");
-    stop_keeper();
+    stop_threads();
     return keeper_.has_failed() ? exit_no_cache : exit_ok;
 }
 
 /// A platform function that never returns must not keep the process for ever.
-void Daemon::stop_keeper() {
+void Daemon::stop_threads() {
     keeper_.begin_stop();
+    firmware_reader_.begin_stop();
     program_.end_pauses();
-    if (keeper_.wait_for_stop(longest_stop)) {
+    if (keeper_.wait_for_stop(longest_stop) && firmware_reader_.wait_for_stop(longest_stop)) {
         platform_.close();
         return;
     }
@@ -121,6 +128,17 @@ void Daemon::on_wake() {
     eventfd_read(wake_.get(), &ignored);
     for (const PassResult& result : keeper_.take()) take(result);
     answer_pending();
+    for (const FirmwareReader::Finding& finding : firmware_reader_.take()) answer_firmware(finding);
+}
+
+void Daemon::answer_firmware(const FirmwareReader::Finding& finding) {
+    server_.each_pending([&](ClientSession& session) {
+        const ClientSession::Pending& pending = *session.pending();
+        if (pending.request.subject != Subject::firmware || pending.request.image_name != finding.image_name) return;
+        if (!finding.firmware) return session.answer(refusal(VPDD_REPLY_NOT_FOUND));
+        const auto* const bytes = reinterpret_cast<const uint8_t*>(&*finding.firmware);
+        session.answer(reply_with({bytes, bytes + sizeof *finding.firmware}, 0));
+    });
 }
 
 void Daemon::take(const PassResult& result) {
@@ -144,7 +162,7 @@ void Daemon::answer_pending() {
     server_.each_pending([this](ClientSession& session) {
         const ClientSession::Pending pending = *session.pending();
         const bool is_news =
-            pending.request.subject == Subject::changes && holdings_.feed.newest() > pending.request.sequence;
+            pending.request.subject == Subject::changes && holdings_.feed.newest() != pending.request.sequence;
         const bool is_carried_out = is_privileged(pending.request.subject) && holdings_.inventory->pass >= pending.pass;
         if (is_news || is_carried_out) answer_from_holdings(session, pending.request, pending.room);
     });
@@ -161,11 +179,19 @@ void Daemon::on_request(ClientSession& session, const Request& request, std::siz
         const auto order = request.subject == Subject::refresh ? Keeper::Order::refresh : Keeper::Order::clean_log;
         return session.wait({request, room, keeper_.order(order)}, longest_order);
     }
-    const bool has_nothing_new = holdings_.inventory && holdings_.feed.newest() <= request.sequence;
+    if (request.subject == Subject::firmware) return read_firmware(session, request, room);
+    // A number that has not been given yet is one of a former daemon.
+    const bool has_nothing_new = holdings_.inventory && holdings_.feed.newest() == request.sequence;
     if (request.subject == Subject::changes && request.wait > 0 && has_nothing_new) {
         return session.wait({request, room, 0}, std::chrono::seconds(request.wait));
     }
     answer_from_holdings(session, request, room);
+}
+
+void Daemon::read_firmware(ClientSession& session, const Request& request, std::size_t room) {
+    if (room < sizeof(FirmwareVpd)) return session.answer(refusal(VPDD_REPLY_NO_ROOM));
+    if (!firmware_reader_.ask(request.image_name)) return session.answer(refusal(VPDD_REPLY_TOO_LATE));
+    session.wait({request, room, 0}, longest_firmware_look);
 }
 
 void Daemon::on_late(ClientSession& session) {
