@@ -1,0 +1,136 @@
+// SPDX-License-Identifier: Apache-2.0
+// vpdctl where a daemon runs, and where none does.
+#include <csignal>
+
+#include "host/vpdd_host.h"
+#include "small_server.h"
+
+namespace vpdd::test {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr int exit_failure = 4;
+constexpr int exit_usage = 2;
+
+class Vpdctl : public DaemonTest {
+protected:
+    struct Outcome {
+        int code;
+        std::string output;
+    };
+
+    static Outcome vpdctl(const std::vector<std::string>& arguments) {
+        std::vector<std::string> command{VPDCTL_PROGRAM};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        ChildProcess process(command, "/tmp/vpdctl.output", {{"TZ", "UTC"}, {"COLUMNS", "120"}});
+        const int code = process.wait();
+        return {code, process.output()};
+    }
+
+    static void swap(const char* fru) {
+        const VpddHostOptions options{"/tmp/state", 0, nullptr, nullptr, nullptr, nullptr};
+        ASSERT_EQ(vpdd_host_open_file("/tmp/server.json", &options, nullptr, 0), 0);
+        EXPECT_EQ(vpdd_host_change_fru(VPDD_HOST_SWAP, fru, nullptr, nullptr, nullptr, 0), 0);
+        vpdd_host_close();
+    }
+};
+
+TEST_F(Vpdctl, SaysThatNoDaemonRunsAndWhatToDo) {
+    for (const char* verb : {"inventory", "machine", "status", "log", "watch"}) {
+        const Outcome outcome = vpdctl({verb});
+
+        EXPECT_EQ(outcome.code, exit_failure) << verb;
+        EXPECT_THAT(outcome.output, AllOf(HasSubstr("no vpdd runs on this machine"), HasSubstr("--server FILE")));
+    }
+}
+
+TEST_F(Vpdctl, ShowsWhatTheDaemonHas) {
+    DaemonProcess daemon(arguments());
+    ASSERT_TRUE(daemon.becomes_ready());
+
+    EXPECT_THAT(vpdctl({"inventory"}).output,
+                AllOf(HasSubstr("Inventory of this machine"), HasSubstr("EC1"), HasSubstr("FN1")));
+    EXPECT_THAT(vpdctl({"inventory", "--json"}).output, HasSubstr("\"SerialNumber\": \"FN1\""));
+    EXPECT_THAT(vpdctl({"machine"}).output, HasSubstr("MACHINE1"));
+    EXPECT_THAT(vpdctl({"status"}).output, AllOf(HasSubstr("4 components: 3 present, 1 absent"), HasSubstr("FN1")));
+    EXPECT_THAT(vpdctl({"status", "--refresh", "--json"}).output, HasSubstr("\"Presence\": \"present\""));
+    EXPECT_THAT(vpdctl({"log"}).output, AllOf(HasSubstr("installed"), HasSubstr("FN1")));
+}
+
+TEST_F(Vpdctl, ReadsWhatTheDaemonHasLeftWithoutAskingIt) {
+    {
+        DaemonProcess daemon(arguments());
+        ASSERT_TRUE(daemon.becomes_ready());
+    }
+
+    EXPECT_THAT(vpdctl({"machine", "--offline"}).output, HasSubstr("MACHINE1"));
+    EXPECT_THAT(vpdctl({"log", "--offline"}).output, HasSubstr("FN1"));
+    EXPECT_THAT(vpdctl({"machine"}).output, HasSubstr("the vpdd that served /tmp/vpdd.sock has ended"));
+}
+
+TEST_F(Vpdctl, EmptiesTheLogThroughTheDaemon) {
+    DaemonProcess daemon(arguments());
+    ASSERT_TRUE(daemon.becomes_ready());
+
+    EXPECT_EQ(vpdctl({"log", "--clean", "--yes"}).code, 0);
+
+    EXPECT_THAT(vpdctl({"log"}).output, HasSubstr("The activity log is empty."));
+}
+
+TEST_F(Vpdctl, WorksAloneWithAServer) {
+    const Outcome outcome = vpdctl({"inventory", "--server", "/tmp/server.json"});
+
+    EXPECT_THAT(outcome.output, AllOf(HasSubstr("/tmp/server.json"), HasSubstr("FN1")));
+}
+
+TEST_F(Vpdctl, RefusesWhatTheDaemonCannotTell) {
+    EXPECT_EQ(vpdctl({"status", "--changed"}).code, exit_usage);
+    EXPECT_EQ(vpdctl({"machine", "--from-cache"}).code, exit_usage);
+    EXPECT_EQ(vpdctl({"machine", "--offline", "--server", "/tmp/server.json"}).code, exit_usage);
+}
+
+TEST_F(Vpdctl, WatchShowsAChangeAsItHappens) {
+    DaemonProcess daemon(arguments());
+    ASSERT_TRUE(daemon.becomes_ready());
+    ChildProcess watch({VPDCTL_PROGRAM, "watch", "--all", "--count", "3"}, "/tmp/watch.output");
+    ASSERT_TRUE(eventually([&] { return watch.output().find("FN1") != std::string::npos; })) << watch.output();
+
+    swap("Fan 1");
+
+    EXPECT_EQ(watch.wait(), 0) << watch.output();
+    EXPECT_THAT(watch.output(), HasSubstr("Replaced      Fan 1               FN1 -> FN2\n"));
+}
+
+TEST_F(Vpdctl, WatchPrintsAJsonObjectForEachChangeOnALineOfItsOwn) {
+    DaemonProcess daemon(arguments());
+    ASSERT_TRUE(daemon.becomes_ready());
+
+    const std::string output = vpdctl({"watch", "--all", "--count", "2", "--json"}).output;
+
+    EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 2);
+    EXPECT_THAT(output,
+                AllOf(HasSubstr("\"Event\":\"Installed\",\"FruId\":5,\"Name\":\"Fan 1\",\"SerialNumber\":\"FN1\""),
+                      Not(HasSubstr("PreviousSerialNumber"))));
+}
+
+TEST_F(Vpdctl, WatchFollowsTheNextDaemonAndTellsWhatChangedInBetween) {
+    std::optional<DaemonProcess> daemon;
+    daemon.emplace(arguments());
+    ASSERT_TRUE(daemon->becomes_ready());
+    ChildProcess watch({VPDCTL_PROGRAM, "watch", "--count", "1"}, "/tmp/watch.output");
+    ASSERT_TRUE(eventually([] { return ask_status().find("clients=2") != std::string::npos; }));
+    daemon->send_signal(SIGTERM);
+    ASSERT_EQ(daemon->wait(), 0);
+    swap("Fan 1");
+
+    daemon.emplace(arguments());
+
+    EXPECT_EQ(watch.wait(), 0) << watch.output();
+    EXPECT_THAT(watch.output(), AllOf(HasSubstr("vpdd has ended"), HasSubstr("FN1 -> FN2")));
+}
+
+}  // namespace
+}  // namespace vpdd::test
