@@ -46,7 +46,7 @@ std::optional<Answer> FruReads::carry_out(const Command& command) {
     Answer whole{completed, {0}};
     while (whole.data.size() - 1 < wanted || wanted == 0) {
         const std::size_t read = whole.data.size() - 1;
-        const auto part = read_part(part_of(command, read, wanted - read));
+        auto part = read_part(part_of(command, read, wanted - read));
         if (!part || part->completion_code != completed) return part;
         const auto bytes = bytes_of(*part, wanted - read);
         if (bytes.empty()) break;  // the end of the FRU
