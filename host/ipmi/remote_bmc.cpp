@@ -30,7 +30,7 @@ int command(void* context, uint8_t address, uint8_t netfn, uint8_t lun, uint8_t 
 }
 
 int sdr_record(void* context, uint16_t record_id, uint16_t* next_record_id, uint8_t* buffer, uint32_t* length) try {
-    const auto record = bmc_of(context).repository().record(record_id);
+    const auto record = bmc_of(context).repository().read(record_id);
     if (!record) return -1;
     *next_record_id = record->next_id;
     *length = static_cast<uint32_t>(std::min<std::size_t>(record->bytes.size(), *length));

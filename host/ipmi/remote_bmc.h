@@ -22,14 +22,11 @@ public:
     Sensors& sensors() { return sensors_; }
 
 private:
-    Exchange exchange() {
-        return [this](const Command& command) { return connection_.carry_out(command); };
-    }
-
     Connection connection_;
-    FruReads fru_reads_{exchange()};
-    SdrRepository repository_{exchange()};
-    Sensors sensors_{repository_, exchange()};
+    const Exchange exchange_ = [this](const Command& command) { return connection_.carry_out(command); };
+    FruReads fru_reads_{exchange_};
+    SdrRepository repository_{exchange_};
+    Sensors sensors_{repository_, exchange_};
 };
 
 }  // namespace vpdd::host::ipmi

@@ -29,7 +29,7 @@ uint8_t high(uint16_t word) { return static_cast<uint8_t>(word >> 8); }
 
 }  // namespace
 
-std::optional<SdrRecord> SdrRepository::record(uint16_t id) {
+std::optional<SdrRecord> SdrRepository::read(uint16_t id) {
     const std::scoped_lock lock(mutex_);
     for (int attempt = 0; attempt < attempts; ++attempt) {
         if (!reservation_ && !reserve()) return {};
@@ -72,14 +72,14 @@ std::optional<SdrRecord> SdrRepository::read_whole(uint16_t id, bool& is_cancell
     SdrRecord record;
     std::size_t size = header_size;
     while (record.bytes.size() < size) {
-        const std::size_t read = record.bytes.size();
+        const std::size_t offset = record.bytes.size();
         // The offset is one byte; a body may be longer than that.
-        if (read > 0xFF) break;
-        const auto part = read_part(id, read, size - read);
+        if (offset > 0xFF) break;
+        const auto part = read_part(id, offset, size - offset);
         is_cancelled = part && part->completion_code == reservation_cancelled;
         if (!part || part->completion_code != completed || part->data.size() <= next_id_size) return {};
         record.next_id = word_at(part->data, 0);
-        const std::size_t taken = std::min(part->data.size() - next_id_size, size - read);
+        const std::size_t taken = std::min(part->data.size() - next_id_size, size - offset);
         const auto bytes = part->data.begin() + next_id_size;
         record.bytes.insert(record.bytes.end(), bytes, bytes + static_cast<std::ptrdiff_t>(taken));
         if (record.bytes.size() >= header_size) size = header_size + record.bytes[length_offset];

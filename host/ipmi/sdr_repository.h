@@ -27,7 +27,7 @@ public:
     explicit SdrRepository(Exchange exchange) : exchange_(std::move(exchange)) {}
 
     /// None when it cannot be read, or not whole.
-    std::optional<SdrRecord> record(uint16_t id);
+    std::optional<SdrRecord> read(uint16_t id);
     /// None when the BMC does not say.
     std::optional<SdrTimes> times() const;
 

@@ -100,7 +100,7 @@ std::optional<std::vector<SensorAddress>> Sensors::addresses() {
     do {
         if (seen.test(id)) return {};
         seen.set(id);
-        const auto record = repository_.record(id);
+        const auto record = repository_.read(id);
         if (!record) return {};
         add_addresses(record->bytes, found);
         id = record->next_id;
