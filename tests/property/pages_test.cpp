@@ -234,6 +234,19 @@ TEST_P(FaultyPage, EndsTheTransferWithMinusOneWhenItIsTheFourth) {
     EXPECT_EQ(watch.live_blocks(), 0U);
 }
 
+TEST_F(Pages, AreAskedForThreeTimesWithAPauseAfterEach) {
+    answer({ipmi_completion(0xC1)});
+    expect_failed(read(key), -2);
+    EXPECT_THAT(requests(), SizeIs(3));
+    EXPECT_THAT(platform.sleeps(), ElementsAre(300000, 300000, 300000));
+}
+
+TEST_F(Pages, ThatAreNotPresentAreAskedForOnce) {
+    answer({ipmi_completion(0xCB)});
+    expect_failed(read(key), -2);
+    EXPECT_THAT(requests(), SizeIs(1));
+}
+
 INSTANTIATE_TEST_SUITE_P(All, FaultyPage, testing::ValuesIn(faults), [](const auto& row) { return row.param.name; });
 
 TEST_F(Pages, OfTheGreatestLengthThatFitsAreRead) {
