@@ -40,9 +40,9 @@ EventLoop::EventLoop() {
     loop_.reset(loop);
 }
 
-void EventLoop::keep_watchdog() { checked(sd_event_set_watchdog(handle(), 1), "watchdog"); }
+void EventLoop::keep_watchdog() const { checked(sd_event_set_watchdog(handle(), 1), "watchdog"); }
 
-void EventLoop::run_once() { checked(sd_event_run(handle(), UINT64_MAX), "event loop"); }
+void EventLoop::run_once() const { checked(sd_event_run(handle(), UINT64_MAX), "event loop"); }
 
 DescriptorWatch::DescriptorWatch(const EventLoop& loop, int fd, uint32_t events, Callback callback)
     : callback_(std::make_unique<Callback>(std::move(callback))) {

@@ -18,10 +18,10 @@ public:
     sd_event* handle() const { return loop_.get(); }
 
     /// Tells the service manager's watchdog, where there is one, that the loop runs.
-    void keep_watchdog();
+    void keep_watchdog() const;
 
     /// Waits for the next event and carries it out.
-    void run_once();
+    void run_once() const;
 
 private:
     struct Unref {
