@@ -6,8 +6,8 @@
 
 #include "base/file_handle.h"
 #include "base/file_lock.h"
-#include "base/log_line.h"
 #include "base/host_macs.h"
+#include "base/log_line.h"
 #include "sysvpd/machine_record.h"
 
 const char* const machine_vpd_cache_file[2] = {"/tmp/machine.cache", "/tmp/oemMachine.cache"};

@@ -7,11 +7,11 @@
 
 #include "base/byte_view.h"
 #include "base/dates.h"
+#include "base/host_macs.h"
 #include "base/log_line.h"
 #include "base/scoped_lock.h"
 #include "base/text.h"
 #include "platform/configuration.h"
-#include "base/host_macs.h"
 
 namespace {
 

@@ -109,7 +109,7 @@ TEST_F(Life, TheServiceManagerIsToldOfEachStep) {
     EXPECT_TRUE(hears("WATCHDOG=1")) << told;
     daemon.send_signal(SIGHUP);
     EXPECT_TRUE(hears("RELOADING=1")) << told;
-    told.clear();
+    told.erase(0, told.find("RELOADING=1"));  // what follows may have come at the same time
     EXPECT_TRUE(hears("READY=1")) << told;
     daemon.send_signal(SIGTERM);
     EXPECT_TRUE(hears("STOPPING=1")) << told;
