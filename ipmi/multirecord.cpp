@@ -105,8 +105,9 @@ extern "C" int process_zelt_oem_cpu_rec(const uint8_t* data, uint32_t length, Oe
         if (field.has_data()) vpdd::assign_text(slot, field.text(), field.length);
     }
 
+    static_assert(vpdd::max_field_length < sizeof out->raw);
     const vpdd::WalkedField raw = walk.next();
-    if (raw.has_data() && raw.type == vpdd::field_binary && raw.length < sizeof out->raw) {
+    if (raw.has_data() && raw.type == vpdd::field_binary) {
         std::memset(out->raw, 0, sizeof out->raw);
         out->raw_length = raw.length;
         std::memcpy(out->raw, raw.data.data(), raw.length);

@@ -333,6 +333,21 @@ TEST_F(HandleDdr4, HasNoFrequencyTextInAGapOfTheTable) {
     EXPECT_STREQ(record.sdram_freq_string, "");
 }
 
+TEST_F(HandleDdr4, HasNoFrequencyForAPeriodThatIsNothingButRounding) {
+    // Medium timebase 1/3, fine 1/9; 5 x 1/3 - 15 x 1/9 leaves 2^-23 ns: 8.4 million GHz, more MHz than the word holds.
+    const Bytes above = image_with(ddr3, {{9, 0x19}, {10, 1}, {11, 3}, {12, 5}, {34, 0xF1}});
+    // Medium timebase 1, fine 1/7; 3 x 1 - 21 x 1/7 leaves -2^-22 ns.
+    const Bytes below = image_with(ddr3, {{9, 0x17}, {10, 1}, {11, 1}, {12, 3}, {34, 0xEB}});
+
+    const SpdInfo positive = decoded(above);
+    const SpdInfo negative = decoded(below);
+
+    EXPECT_EQ(positive.sdram_clock, 0x1p-23F);
+    EXPECT_EQ(positive.sdram_frequency, 0);
+    EXPECT_EQ(negative.sdram_clock, -0x1p-22F);
+    EXPECT_EQ(negative.sdram_frequency, 0);
+}
+
 TEST_F(HandleDdr4, CutsTheFrequencyToWholeMegahertz) {
     const std::map<unsigned, std::pair<int, std::string>> expected{
         {1600, {800, "DDR4-1600 (800 MHz clock)"}},   {1866, {933, "DDR4-1866 (933 MHz clock)"}},
