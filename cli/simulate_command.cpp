@@ -4,10 +4,12 @@
 #include <iostream>
 #include <map>
 #include <memory>
+#include <nlohmann/json.hpp>
 
 #include "cli/command.h"
 #include "cli/common_options.h"
 #include "cli/display_text.h"
+#include "cli/json_output.h"
 
 namespace vpdd::cli {
 
@@ -18,6 +20,7 @@ struct Arguments {
     std::string fru;
     std::string server;
     std::string serial_number;
+    bool json = false;
     SessionOptions session;
 };
 
@@ -42,6 +45,27 @@ std::string what_happened(VpddHostChange change, const VpddHostChangedFru& fru) 
     }
 }
 
+const char* change_name(VpddHostChange change) {
+    switch (change) {
+        case VPDD_HOST_PULL:
+            return "Pulled";
+        case VPDD_HOST_INSERT:
+            return "Inserted";
+        default:
+            return "Swapped";
+    }
+}
+
+Json change_json(VpddHostChange change, const VpddHostChangedFru& fru) {
+    Json object{{"Event", change_name(change)}, {"FruId", fru.fru_id}, {"Name", fru.name}};
+    const auto add = [&](const char* name, const char* serial_number) {
+        if (*serial_number != '\0') object[name] = serial_number;
+    };
+    add("SerialNumber", fru.new_serial_number);
+    add("PreviousSerialNumber", fru.old_serial_number);
+    return object;
+}
+
 ExitCode run(const Arguments& arguments) {
     const VpddHostChange change = actions().at(arguments.action);
     const bool has_serial = !arguments.serial_number.empty();
@@ -51,7 +75,11 @@ ExitCode run(const Arguments& arguments) {
     session.open_file(arguments.server);
     const VpddHostChangedFru fru =
         session.change_fru(change, arguments.fru, has_serial ? arguments.serial_number.c_str() : nullptr);
-    std::cout << displayable(std::string(fru.name) + ": " + what_happened(change, fru)) << '\n';
+    if (arguments.json) {
+        print_json(std::cout, change_json(change, fru));
+    } else {
+        std::cout << displayable(std::string(fru.name) + ": " + what_happened(change, fru)) << '\n';
+    }
     return ExitCode::ok;
 }
 
@@ -65,6 +93,7 @@ Runner declare_simulate(CLI::App& verb) {
         ->check(CLI::IsMember(&actions()).description(""));
     verb.add_option("FRU", arguments->fru, "Name or id of the FRU")->required()->type_name("");
     add_server_option(verb, arguments->server);
+    verb.add_flag("--json", arguments->json, "Print JSON instead of text");
     add_state_option(verb, arguments->session.state_directory, "Where the change is kept")->required();
     verb.add_option("--serial", arguments->serial_number,
                     "Serial number of the part that swap brings; without it the one that follows")

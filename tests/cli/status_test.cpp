@@ -294,6 +294,18 @@ TEST_F(Status, SimulationRefusesWhatCannotBe) {
     EXPECT_EQ(simulate("swap", "DIMM 2", {"--serial", "none"}).code, exit_usage);
 }
 
+TEST_F(Status, SimulationHasItsValuesForPrograms) {
+    const Json pulled = vpdctl_json(with_server({"simulate", "pull", "Fan 1"}));
+    const Json inserted = vpdctl_json(with_server({"simulate", "insert", "Fan 1"}));
+    const Json swapped = vpdctl_json(with_server({"simulate", "swap", "Fan 1"}));
+
+    EXPECT_EQ(pulled,
+              Json::parse(R"({"Event": "Pulled", "FruId": 5, "Name": "Fan 1", "PreviousSerialNumber": "FN1"})"));
+    EXPECT_EQ(inserted, Json::parse(R"({"Event": "Inserted", "FruId": 5, "Name": "Fan 1", "SerialNumber": "FN1"})"));
+    EXPECT_EQ(swapped, Json::parse(R"({"Event": "Swapped", "FruId": 5, "Name": "Fan 1", "SerialNumber": "FN2",
+                                       "PreviousSerialNumber": "FN1"})"));
+}
+
 TEST_F(Status, OfAnotherStateDirectoryKnowsNothingOfAChange) {
     simulate("pull", "Fan 1");
     const Json other = vpdctl_json({"status", "--server", server, "--state", folder.path("other")});
