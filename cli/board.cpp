@@ -176,6 +176,27 @@ std::vector<std::string> notes(const Board& board) {
     return sentences;
 }
 
+Table board_table(const Board& board) {
+    Table table({{"Slot", Align::right},
+                 {"Socket", Align::right},
+                 {"Controller", Align::right},
+                 {"Channel", Align::right},
+                 {"Position", Align::right},
+                 {"Size, MT/s"},
+                 {"Maker"},
+                 {"Part number"},
+                 {"Serial number"}},
+                1);
+    for (const Slot& slot : board.slots) {
+        const DimmSlotMapRow& place = slot.place;
+        const Identity who = slot.content.state == SlotState::populated ? identity(slot.content.record) : Identity{};
+        table.add({std::to_string(place.slot), std::to_string(place.socket), std::to_string(place.controller),
+                   std::to_string(place.channel), std::to_string(place.dimm_in_channel), slot_text(slot.content),
+                   who.manufacturer, who.part_number, who.serial_number});
+    }
+    return table;
+}
+
 Json board_json(const Board& board) {
     Json slots = Json::array();
     for (const Slot& slot : board.slots) slots.push_back(slot_json(slot));

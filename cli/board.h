@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "cli/json_output.h"
+#include "cli/table.h"
 #include "cli/terminal.h"
 #include "orva_vpdd.h"
 
@@ -68,6 +69,10 @@ std::vector<std::string> notes(const Board& board);
 void print_board(std::ostream& out, const Board& board, const Style& style);
 /// The board as an SVG document that needs nothing else.
 void write_board_svg(std::ostream& out, const Board& board);
+/// Rules for a page with that document in it that is shown light on dark.
+const char* board_svg_dark_style();
+/// The slots with their places and what is in them.
+Table board_table(const Board& board);
 Json board_json(const Board& board);
 
 }  // namespace vpdd::cli

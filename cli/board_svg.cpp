@@ -11,6 +11,7 @@
 #include "cli/board.h"
 #include "cli/component.h"
 #include "cli/display_text.h"
+#include "cli/markup.h"
 
 namespace vpdd::cli {
 
@@ -41,40 +42,18 @@ constexpr const char* style_sheet =
     ".group{font-size:11px;text-anchor:middle;fill:#3e4c59}.note{font-size:13px}"
     ".stick{font-size:13px;text-anchor:middle}"
     ".module{fill:#fff}.empty{fill:#7b8794}.unread{fill:#8e2a1e}"
-    ".bracket{stroke:#7b8794;stroke-width:1.5;fill:none}";
+    ".bracket{stroke:#7b8794;stroke-width:1.5;fill:none}"
+    ".paper{fill:#fff}.board{fill:#f1f4f1}.processor{fill:#d5dae0}.failed{fill:#fbe3dc}";
 
 constexpr auto module_colors =
     std::to_array<const char*>({"#2f5d8a", "#2e7d5b", "#7a3b69", "#a1561f", "#4a5568", "#8a6d00"});
-
-std::string xml_text(const std::string& text) {
-    std::string escaped;
-    for (const char character : displayable(text)) {
-        switch (character) {
-            case '&':
-                escaped += "&amp;";
-                break;
-            case '<':
-                escaped += "&lt;";
-                break;
-            case '>':
-                escaped += "&gt;";
-                break;
-            case '"':
-                escaped += "&quot;";
-                break;
-            default:
-                escaped += character;
-        }
-    }
-    return escaped;
-}
 
 struct Box {
     int x, y, width, height;
 };
 
 void write_text(std::ostream& out, int x, int y, const char* style_class, const std::string& text) {
-    out << "<text x=\"" << x << "\" y=\"" << y << "\" class=\"" << style_class << "\">" << xml_text(text)
+    out << "<text x=\"" << x << "\" y=\"" << y << "\" class=\"" << style_class << "\">" << markup_text(text)
         << "</text>\n";
 }
 
@@ -97,13 +76,13 @@ public:
             case SlotState::populated:
                 return look_of_kind(slot_text(content));
             case SlotState::unread:
-                return R"(fill="#fbe3dc" stroke="#c0392b")";
+                return R"(class="failed" stroke="#c0392b")";
             case SlotState::empty:
-                return R"(fill="#fff" stroke="#9aa5b1" stroke-dasharray="4 3")";
+                return R"(class="paper" stroke="#9aa5b1" stroke-dasharray="4 3")";
             case SlotState::unknown:
                 break;
         }
-        return R"(fill="#fff" stroke="#9aa5b1")";
+        return R"(class="paper" stroke="#9aa5b1")";
     }
 
     std::string look_of_kind(const std::string& kind) const {
@@ -153,11 +132,11 @@ std::string tooltip(const Slot& slot) {
 void write_stick(std::ostream& out, int x, const Slot& slot, const Kinds& kinds) {
     const int middle = x + stick_width / 2;
     const int center = stick_top + stick_height / 2;
-    out << "<g><title>" << xml_text(tooltip(slot)) << "</title>\n";
+    out << "<g><title>" << markup_text(tooltip(slot)) << "</title>\n";
     write_text(out, middle, stick_top - 8, "number", std::to_string(slot.place.slot));
     write_box(out, {x, stick_top, stick_width, stick_height}, kinds.look(slot.content), 3);
     out << "<text transform=\"translate(" << middle << ' ' << center << ") rotate(-90)\" dy=\".35em\" class=\""
-        << text_class(slot.content.state) << "\">" << xml_text(slot_text(slot.content)) << "</text></g>\n";
+        << text_class(slot.content.state) << "\">" << markup_text(slot_text(slot.content)) << "</text></g>\n";
 }
 
 /// Brackets under neighbouring slots that have something in common, on either side of the processor.
@@ -178,13 +157,14 @@ void write_brackets(std::ostream& out, const Slots& slots, int y, const char* na
 }
 
 void write_panel(std::ostream& out, const Slots& slots, const Kinds& kinds) {
-    write_box(out, {0, 0, panel_width(slots), panel_height}, R"(fill="#f1f4f1" stroke="#b8c4b8")", 8);
+    write_box(out, {0, 0, panel_width(slots), panel_height}, R"(class="board" stroke="#b8c4b8")", 8);
     write_text(out, panel_padding, 28, "socket", "Socket " + std::to_string(slots.front()->place.socket));
     for (std::size_t index = 0; index < slots.size(); ++index)
         write_stick(out, stick_x(slots, index), *slots[index], kinds);
 
     const int left = panel_padding + static_cast<int>(half(slots)) * stick_pitch + processor_gap;
-    write_box(out, {left, stick_top + 20, processor_width, stick_height - 40}, R"(fill="#d5dae0" stroke="#7b8794")", 6);
+    write_box(out, {left, stick_top + 20, processor_width, stick_height - 40}, R"(class="processor" stroke="#7b8794")",
+              6);
     write_text(out, left + processor_width / 2, stick_top + stick_height / 2 + 4, "number", "Processor");
 
     const int below = stick_top + stick_height + 8;
@@ -241,6 +221,12 @@ std::vector<Slots> slots_by_socket(const Board& board) {
 
 }  // namespace
 
+const char* board_svg_dark_style() {
+    return "svg text{fill:#e4e7eb}svg .summary,svg .group,svg .empty{fill:#9aa5b1}svg .module{fill:#fff}"
+           "svg .unread{fill:#f6b5a8}svg .paper{fill:#14181c}svg .board{fill:#1f2a25}svg .processor{fill:#3e4c59}"
+           "svg .failed{fill:#4a2019}";
+}
+
 void write_board_svg(std::ostream& out, const Board& board) {
     const std::vector<Slots> panels = slots_by_socket(board);
     const Kinds kinds(board);
@@ -260,7 +246,7 @@ void write_board_svg(std::ostream& out, const Board& board) {
 
     out << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << width << "\" height=\"" << height
         << "\" viewBox=\"0 0 " << width << ' ' << height << "\">\n<style>" << style_sheet << "</style>\n";
-    write_box(out, {0, 0, width, height}, "fill=\"#fff\"", 0);
+    write_box(out, {0, 0, width, height}, "class=\"paper\"", 0);
     const std::string platform = "Platform " + platform_text(board.platform_id);
     write_text(out, margin, 40, "title", board.server.empty() ? platform : board.server);
     write_text(out, margin, 64, "summary", (board.server.empty() ? "" : platform + ": ") + summary(board));

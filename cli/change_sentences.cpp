@@ -139,6 +139,16 @@ std::vector<Change> changes_in(const Rows& rows) {
     return changes;
 }
 
+std::optional<std::vector<Change>> recorded_changes() {
+    const auto collect = [](void* context, const VpddChange* change) {
+        static_cast<Rows*>(context)->push_back(*change);
+        return 0;
+    };
+    Rows rows;
+    if (vpdd_chghist_each_change(collect, &rows) != 0) return std::nullopt;
+    return changes_in(rows);
+}
+
 std::string sentence(const Change& change) { return field_text(change.row.name) + ": " + predicate(change); }
 
 std::string happening_name(Happening happening) {

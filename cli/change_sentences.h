@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,9 @@ struct Change {
 
 /// @param rows oldest first
 std::vector<Change> changes_in(const std::vector<VpddChange>& rows);
+
+/// What the change history in use holds; nothing when it cannot be read.
+std::optional<std::vector<Change>> recorded_changes();
 
 /// "DIMM 3: serial 1234 replaced by 5678"
 std::string sentence(const Change& change);

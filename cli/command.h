@@ -36,6 +36,7 @@ Runner declare_inventory(CLI::App& verb);
 Runner declare_firmware(CLI::App& verb);
 Runner declare_property(CLI::App& verb);
 Runner declare_slots(CLI::App& verb);
+Runner declare_report(CLI::App& verb);
 Runner declare_spd(CLI::App& verb);
 Runner declare_fru(CLI::App& verb);
 Runner declare_machine(CLI::App& verb);

@@ -124,6 +124,19 @@ constexpr auto all_commands = std::to_array<Command>({
      "  vpdctl slots --platform 0x00500076\n"
      "  vpdctl slots --server ddr5-2s --json | jq '.Slots[] | select(.State == \"Empty\").Slot'\n",
      declare_slots},
+    {"report", "Write everything about a server as a web page",
+     "One HTML file that needs nothing else, to read, print or send: the machine, its\n"
+     "components, the DIMM slots as a picture, the firmware, and what could not be read.\n"
+     "With --state also which components are there and what has changed; that is looked up\n"
+     "and recorded as by `vpdctl status`.\n"
+     "\n"
+     "FILE is replaced when the new page is complete, never left half written.\n"
+     "\n"
+     "Examples:\n"
+     "  vpdctl report --server ddr5-2s --html ddr5-2s.html\n"
+     "  vpdctl report --server ddr5-2s --state DIR --html ddr5-2s.html\n"
+     "  vpdctl report --bmc rack4.json --html rack4.html        of a real BMC, over IPMI\n",
+     declare_report},
     {"spd", "Decode a saved SPD image of a memory module",
      "FILE holds the module's SPD bytes from byte 0 on, raw or as the text of a hex dump\n"
      "(xxd, hexdump -C). DDR3, DDR4, DDR5 and NVDIMM images are decoded.\n"

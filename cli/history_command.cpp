@@ -23,31 +23,18 @@ struct Arguments {
     std::string state_directory;
 };
 
-int collect(void* context, const VpddChange* change) {
-    static_cast<std::vector<VpddChange>*>(context)->push_back(*change);
-    return 0;
-}
-
 std::vector<Change> read_changes(const std::string& directory) {
     if (!std::filesystem::is_directory(directory)) throw BadInput(displayable(directory) + ": is no directory");
-    std::vector<VpddChange> rows;
     vpdd_chghist_use_directory(directory.c_str());
-    if (vpdd_chghist_each_change(collect, &rows) != 0) {
-        throw std::runtime_error(displayable(directory) + ": the change history cannot be read");
-    }
-    return changes_in(rows);
-}
-
-/// To the minute.
-std::string time_text(int64_t seconds) {
-    constexpr std::size_t length = std::string_view("2026-11-20 10:31").size();
-    return local_time_text(seconds).substr(0, length);
+    auto changes = recorded_changes();
+    if (!changes) throw std::runtime_error(displayable(directory) + ": the change history cannot be read");
+    return *std::move(changes);
 }
 
 void print_changes(std::ostream& out, const std::vector<Change>& changes) {
     if (changes.empty()) out << "Nothing has changed.\n";
     for (const Change& change : changes) {
-        out << time_text(change.time) << ' ' << displayable(sentence(change)) << '\n';
+        out << local_minute_text(change.time) << ' ' << displayable(sentence(change)) << '\n';
     }
 }
 

@@ -8,6 +8,7 @@
 
 #include "cli/cached_records.h"
 #include "cli/json_output.h"
+#include "cli/section.h"
 #include "cli/terminal.h"
 #include "orva_vpdd.h"
 
@@ -39,6 +40,9 @@ Inventory take_inventory();
 
 /// From what the daemon has; why it could not read a component it does not tell.
 Inventory sorted_inventory(const MachineVpdRecord& machine, const std::vector<ComponentVpdRecord>& records);
+
+/// All that it holds, as tables; what is not there is left out.
+std::vector<Section> inventory_sections(const Inventory& inventory);
 
 void print_inventory(std::ostream& out, const Inventory& inventory, const std::string& server, const Style& style);
 Json inventory_json(const Inventory& inventory, const std::string& server);

@@ -24,12 +24,6 @@ std::string counted(std::size_t count, const char* noun) {
     return std::to_string(count) + ' ' + noun + (count == 1 ? "" : "s");
 }
 
-void print_section(std::ostream& out, const Style& style, const std::string& title, const Table& table) {
-    if (table.empty()) return;
-    out << '\n' << style.heading(title) << '\n';
-    table.print(out, style);
-}
-
 void print_identity(std::ostream& out, const MachineVpdRecord& machine, const Style& style) {
     for (const std::string& line : identity_lines(machine)) {
         for (const std::string& part : wrapped(displayable(line), style.width - 2)) out << "  " << part << '\n';
@@ -45,7 +39,7 @@ std::string part_number_text(const ComponentVpdRecord& record, const Identity& w
     return who.part_number == field_text(record.product_version) ? std::string() : who.part_number;
 }
 
-void print_oem_processor_records(std::ostream& out, const Records& records, const Style& style) {
+ValueList oem_processor_values(const Records& records) {
     ValueList list;
     for (const ComponentVpdRecord& record : records) {
         if (!has_oem_processor_record(record)) continue;
@@ -58,12 +52,10 @@ void print_oem_processor_records(std::ostream& out, const Records& records, cons
         const std::string bytes = hex_bytes(oem_processor_bytes(record.oem_cpu));
         if (!bytes.empty()) list.add("", "bytes " + bytes);
     }
-    if (list.empty()) return;
-    out << '\n';
-    list.print(out, style);
+    return list;
 }
 
-void print_processors(std::ostream& out, const Records& records, const Style& style) {
+Section processors_section(const Records& records) {
     Table table({{"FRU", Align::right},
                  {"Name"},
                  {"Version"},
@@ -80,8 +72,7 @@ void print_processors(std::ostream& out, const Records& records, const Style& st
                    part_number_text(record, who), who.serial_number, who.manufactured, field_text(record.ppin),
                    field_text(record.board_extra)});
     }
-    print_section(out, style, title("Processors", records.size()), table);
-    print_oem_processor_records(out, records, style);
+    return {title("Processors", records.size()), table, oem_processor_values(records)};
 }
 
 bool has_extended_sizes(const Records& records) {
@@ -90,7 +81,7 @@ bool has_extended_sizes(const Records& records) {
     });
 }
 
-void print_memory(std::ostream& out, const Records& records, const Style& style) {
+Section memory_section(const Records& records) {
     Table table({{"FRU", Align::right},
                  {"Slot"},
                  {"Size", Align::right},
@@ -121,11 +112,14 @@ void print_memory(std::ostream& out, const Records& records, const Style& style)
         row.insert(row.end(), {who.manufacturer, who.part_number, who.serial_number, who.manufactured});
         table.add(row);
     }
-    print_section(out, style, title("Memory", records.size()), table);
+    Section section{title("Memory", records.size()), table};
     if (has_extended_sizes(records)) {
-        out << "\n  SMBIOS keeps sizes of 32 GiB and more in a field that the library does not\n"
-               "  read: of those modules only the speeds are compared.\n";
+        section.note =
+            "SMBIOS keeps sizes of 32 GiB and more in a field that the library does not read: of those modules only "
+            "the "
+            "speeds are compared.";
     }
+    return section;
 }
 
 std::string firmware_text(const PsuFwVersion& firmware) {
@@ -135,7 +129,7 @@ std::string firmware_text(const PsuFwVersion& firmware) {
 }
 
 /// Power supplies and boards of all kinds, which have the same fields. Records of one kind stand together.
-void print_boards(std::ostream& out, const char* name, const Records& records, bool with_kinds, const Style& style) {
+Section boards_section(const char* name, const Records& records, bool with_kinds) {
     Table table({{"FRU", Align::right},
                  {"Name"},
                  {"Maker"},
@@ -156,7 +150,7 @@ void print_boards(std::ostream& out, const char* name, const Records& records, b
                    who.serial_number, field_text(record.product_version), firmware_text(record.psu_fw),
                    who.manufactured, field_text(record.board_extra), field_text(record.ppin)});
     }
-    print_section(out, style, title(name, records.size()), table);
+    return {title(name, records.size()), table};
 }
 
 Records by_kind(Records records) {
@@ -167,16 +161,16 @@ Records by_kind(Records records) {
     return records;
 }
 
-void print_unread(std::ostream& out, const std::vector<UnreadComponent>& components, const Style& style) {
+Section unread_section(const std::vector<UnreadComponent>& components) {
     Table table({{"FRU", Align::right}, {"Name"}, {"Kind"}, {"Reason"}}, 2);
     for (const UnreadComponent& component : components) {
         table.add({id_text(component.record), field_text(component.record.name), entity_text(component.record),
                    component.reason});
     }
-    print_section(out, style, title("Could not be read", components.size()), table);
+    return {title("Could not be read", components.size()), table};
 }
 
-void print_totals(std::ostream& out, const Inventory& inventory, const Style& style) {
+Section totals_section(const Inventory& inventory) {
     ValueList totals;
     const uint32_t threads = inventory.logical_processor_count();
     totals.add("Processors", std::to_string(inventory.processors.size()) +
@@ -186,18 +180,15 @@ void print_totals(std::ostream& out, const Inventory& inventory, const Style& st
     totals.add("Drive backplanes", std::to_string(inventory.drive_backplanes.size()));
     totals.add("Others", std::to_string(inventory.others.size()));
     totals.add("Could not be read", std::to_string(inventory.unread.size()));
-    out << '\n' << style.heading("Totals") << '\n';
-    totals.print(out, style);
+    return {"Totals", {}, totals};
 }
 
-void print_published(std::ostream& out, const std::vector<PublishedVariable>& variables, const Style& style) {
-    if (variables.empty()) return;
+Section published_section(const std::vector<PublishedVariable>& variables) {
     ValueList list;
     for (const PublishedVariable& variable : variables) {
         list.add(variable.name, variable.value.empty() ? "(empty)" : variable.value);
     }
-    out << '\n' << style.heading("Published configuration variables") << '\n';
-    list.print(out, style);
+    return {"Published configuration variables", {}, list};
 }
 
 Json group_json(const Records& records) {
@@ -218,19 +209,25 @@ Json unread_json(const UnreadComponent& component) {
 
 }  // namespace
 
+std::vector<Section> inventory_sections(const Inventory& inventory) {
+    std::vector<Section> sections{processors_section(inventory.processors),
+                                  memory_section(inventory.memory),
+                                  boards_section("Power supplies", inventory.power_supplies, false),
+                                  boards_section("Drive backplanes", inventory.drive_backplanes, false),
+                                  boards_section("Adapters and other components", by_kind(inventory.others), true),
+                                  unread_section(inventory.unread),
+                                  totals_section(inventory),
+                                  published_section(inventory.published)};
+    std::erase_if(sections, [](const Section& section) { return section.empty(); });
+    return sections;
+}
+
 void print_inventory(std::ostream& out, const Inventory& inventory, const std::string& server, const Style& style) {
     const std::size_t read = inventory.component_count() - inventory.unread.size();
     out << style.heading("Inventory of " + displayable(server)) << '\n';
     print_identity(out, inventory.machine, style);
     out << "  " << counted(inventory.component_count(), "component") << ", " << read << " read\n";
-    print_processors(out, inventory.processors, style);
-    print_memory(out, inventory.memory, style);
-    print_boards(out, "Power supplies", inventory.power_supplies, false, style);
-    print_boards(out, "Drive backplanes", inventory.drive_backplanes, false, style);
-    print_boards(out, "Adapters and other components", by_kind(inventory.others), true, style);
-    print_unread(out, inventory.unread, style);
-    print_totals(out, inventory, style);
-    print_published(out, inventory.published, style);
+    for (const Section& section : inventory_sections(inventory)) section.print(out, style);
 }
 
 Json inventory_json(const Inventory& inventory, const std::string& server) {

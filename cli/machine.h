@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "cli/json_output.h"
+#include "cli/table.h"
 #include "cli/terminal.h"
 #include "orva_vpdd.h"
 
@@ -23,6 +24,9 @@ OemMachineRecord read_cached_oem_machine();
 
 /// What people ask for first, in two lines at most.
 std::vector<std::string> identity_lines(const MachineVpdRecord& machine);
+
+/// All that the record says.
+ValueList machine_values(const MachineVpdRecord& machine);
 
 void print_machine(std::ostream& out, const MachineVpdRecord& machine, const Style& style);
 void print_oem_machine(std::ostream& out, const OemMachineRecord& machine, const Style& style);

@@ -210,10 +210,14 @@ std::vector<std::string> identity_lines(const MachineVpdRecord& machine) {
     return without_empty({first, second});
 }
 
-void print_machine(std::ostream& out, const MachineVpdRecord& machine, const Style& style) {
+ValueList machine_values(const MachineVpdRecord& machine) {
     ValueList list;
     add_values(list, machine);
-    list.print(out, style);
+    return list;
+}
+
+void print_machine(std::ostream& out, const MachineVpdRecord& machine, const Style& style) {
+    machine_values(machine).print(out, style);
 }
 
 void print_oem_machine(std::ostream& out, const OemMachineRecord& machine, const Style& style) {

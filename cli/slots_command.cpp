@@ -1,19 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <CLI/CLI.hpp>
-#include <cerrno>
 #include <charconv>
-#include <cstring>
-#include <fstream>
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <sstream>
 
 #include "cli/board.h"
 #include "cli/command.h"
 #include "cli/common_options.h"
 #include "cli/display_text.h"
 #include "cli/machine.h"
+#include "cli/output_file.h"
 
 namespace vpdd::cli {
 
@@ -78,10 +77,10 @@ Board populated_board(const Arguments& arguments) {
 }
 
 void write_svg(const Board& board, const std::string& path) {
-    std::ofstream file(path);
-    write_board_svg(file, board);
-    file.close();
-    if (!file) throw std::runtime_error(displayable(path) + ": cannot write: " + std::strerror(errno));
+    OutputFile file(path);
+    std::ostringstream picture;
+    write_board_svg(picture, board);
+    file.write(picture.str());
 }
 
 ExitCode run(const Arguments& arguments) {

@@ -12,7 +12,6 @@
 #include "cli/entity_names.h"
 #include "cli/fru_diagnosis.h"
 #include "cli/library_output.h"
-#include "cli/table.h"
 #include "cli/time_text.h"
 
 namespace vpdd::cli {
@@ -166,15 +165,18 @@ ServerStatus served_status(const std::vector<ComponentVpdRecord>& components,
     return status;
 }
 
-void print_status(std::ostream& out, const ServerStatus& status, bool only_changes, const Style& style) {
-    out << "  " << status.components.size() << " components: " << count_with(status, "present") << " present, "
-        << count_with(status, "absent") << " absent";
+std::string summary(const ServerStatus& status) {
+    std::string text = std::to_string(status.components.size()) +
+                       " components: " + std::to_string(count_with(status, "present")) + " present, " +
+                       std::to_string(count_with(status, "absent")) + " absent";
     for (const char* presence : {"not read", "no sensor"}) {
         const std::size_t count = count_with(status, presence);
-        if (count > 0) out << ", " << count << ' ' << presence;
+        if (count > 0) text += ", " + std::to_string(count) + ' ' + presence;
     }
-    out << "; " << count_changed(status) << " changed\n";
+    return text + "; " + std::to_string(count_changed(status)) + " changed";
+}
 
+Table status_table(const ServerStatus& status, bool only_changes) {
     Table table({{"FRU", Align::right}, {"Name"}, {"Presence"}, {"Status"}, {"Since"}, {"Serial number"}, {"Reason"}},
                 2);
     for (const ComponentStatus& component : status.components) {
@@ -184,6 +186,12 @@ void print_status(std::ostream& out, const ServerStatus& status, bool only_chang
                    component.is_logged ? component.change : "not logged", since(component, local_time_text),
                    component.who.serial_number, component.remark});
     }
+    return table;
+}
+
+void print_status(std::ostream& out, const ServerStatus& status, bool only_changes, const Style& style) {
+    out << "  " << summary(status) << '\n';
+    const Table table = status_table(status, only_changes);
     if (table.empty()) return;
     out << '\n';
     table.print(out, style);

@@ -9,6 +9,7 @@
 #include "cli/component.h"
 #include "cli/json_output.h"
 #include "cli/server_session.h"
+#include "cli/table.h"
 #include "cli/terminal.h"
 
 namespace vpdd::cli {
@@ -32,6 +33,11 @@ ServerStatus take_status(std::ostream* log);
 /// From what the daemon has: it does not tell what has changed.
 ServerStatus served_status(const std::vector<ComponentVpdRecord>& components,
                            const std::vector<ComponentVpdRecord>& log);
+
+/// "6 components: 5 present, 1 absent; 0 changed"
+std::string summary(const ServerStatus& status);
+/// @param only_changes leave out what is as it was
+Table status_table(const ServerStatus& status, bool only_changes);
 
 /// @param only_changes leave out what is as it was
 void print_status(std::ostream& out, const ServerStatus& status, bool only_changes, const Style& style);

@@ -2,6 +2,7 @@
 #include "cli/table.h"
 
 #include <algorithm>
+#include <iterator>
 #include <ostream>
 #include <utility>
 
@@ -50,14 +51,18 @@ std::size_t Table::block_width(const Block& block) const {
     return width - gap;
 }
 
-std::vector<Table::Block> Table::blocks(std::size_t width) const {
-    Block keys;
-    Block whole;
+Table::Block Table::used_columns() const {
+    Block used;
     for (std::size_t column = 0; column < columns_.size(); ++column) {
-        if (widths_[column] == 0) continue;
-        if (column < key_columns_) keys.push_back(column);
-        whole.push_back(column);
+        if (widths_[column] > 0) used.push_back(column);
     }
+    return used;
+}
+
+std::vector<Table::Block> Table::blocks(std::size_t width) const {
+    const Block whole = used_columns();
+    Block keys;
+    std::ranges::copy_if(whole, std::back_inserter(keys), [&](std::size_t column) { return column < key_columns_; });
     if (block_width(whole) <= width) return {whole};
 
     std::vector<Block> result;

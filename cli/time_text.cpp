@@ -22,6 +22,11 @@ std::string formatted(int64_t seconds, Converter convert, const char* format) {
 
 std::string local_time_text(int64_t seconds) { return formatted(seconds, localtime_r, "%Y-%m-%d %H:%M:%S"); }
 
+std::string local_minute_text(int64_t seconds) {
+    constexpr std::size_t length = std::string_view("2026-11-20 10:31").size();
+    return local_time_text(seconds).substr(0, length);
+}
+
 std::string utc_time_text(int64_t seconds) { return formatted(seconds, gmtime_r, "%Y-%m-%dT%H:%M:%SZ"); }
 
 }  // namespace vpdd::cli
