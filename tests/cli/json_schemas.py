@@ -48,9 +48,10 @@ def vpdctl(*arguments):
 
 
 def commands():
-    """All commands, as the help lists them."""
+    """All commands that print JSON, in the order of the help."""
     section = vpdctl('--help').split('\nCommands:\n')[1].split('\n\n')[0]
-    return [line.split()[0] for line in section.splitlines()]
+    names = [line.split()[0] for line in section.splitlines()]
+    return [name for name in names if '--json' in vpdctl(name, '--help')]
 
 
 def schema_path(name):
