@@ -128,7 +128,7 @@ constexpr auto all_commands = std::to_array<Command>({
      "One HTML file that needs nothing else, to read, print or send: the machine, its\n"
      "components, the DIMM slots as a picture, the firmware, and what could not be read.\n"
      "With --state also which components are there and what has changed; that is looked up\n"
-     "and recorded as by `vpdctl status`.\n"
+     "and recorded as by `vpdctl status --server`. vpdd is not asked.\n"
      "\n"
      "FILE is replaced when the new page is complete, never left half written.\n"
      "\n"

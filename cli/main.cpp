@@ -20,7 +20,7 @@ constexpr const char* footer =
     "  vpdctl watch                              what changes\n"
     "  vpdctl inventory --server ddr5-2s         what a described server is made of, without vpdd\n"
     "  vpdctl slots --server ddr5-2s             its DIMM slots, drawn\n"
-    "  vpdctl report --server ddr5-2s --html r.html   all of it as a web page\n"
+    "  vpdctl report --server ddr5-2s --html R   all of it as a web page, R\n"
     "  vpdctl spd dimm.bin                       a saved SPD image\n"
     "  vpdctl fru board.bin --json               a saved FRU image, for a program\n"
     "  vpdctl COMMAND --help                     more about one command\n"

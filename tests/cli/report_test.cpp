@@ -126,6 +126,13 @@ TEST_F(Report, SaysWhenThereIsNoMapOfTheSlots) {
                               HasSubstr("<h2>Memory (1)</h2>")));
 }
 
+TEST_F(Report, OfAServerThatWasReadCompletelyIsOk) {
+    server = "ddr3-small";
+
+    EXPECT_EQ(report().code, exit_ok);
+    EXPECT_THAT(read_file(page_path()), HasSubstr("<title>ddr3-small: vital product data</title>"));
+}
+
 TEST_F(Report, IsWrittenInFullWhenSomethingCouldNotBeRead) {
     const Outcome outcome = report();
 
