@@ -40,8 +40,9 @@ constexpr const char* dark_style_sheet =
     ":root{--text:#e4e7eb;--faint:#9aa5b1;--line:#3e4c59;--stripe:#1b2127;--page:#14181c;--link:#7db8e8}";
 
 constexpr const char* print_style_sheet =
-    "body{padding:0;max-width:none;font-size:10pt}nav{display:none}table{font-size:8pt}\n"
-    ".table{overflow:visible}th,td{padding:2px 6px 2px 3px;overflow-wrap:anywhere}\n"
+    "@page{size:landscape;margin:12mm}body{padding:0;max-width:none;font-size:10pt}nav{display:none}table{font-size:"
+    "8pt}\n"
+    ".table{overflow:visible}th,td{padding:2px 6px 2px 3px;overflow-wrap:break-word}\n"
     "tr,figure{break-inside:avoid}h2{break-after:avoid}";
 
 /// What stands under a heading of the page, as HTML.
