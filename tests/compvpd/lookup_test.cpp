@@ -110,6 +110,14 @@ TEST_P(LookupByIdTest, CopiesTheWholeRecordOfTheId) {
     EXPECT_STREQ(copy.name, "FRU 1");
 }
 
+TEST_P(LookupByIdTest, CopiesTheRecordAlsoWithoutAPlaceForTheLength) {
+    create_with_ids({9, 5, 200});
+
+    EXPECT_EQ(GetParam().look_up(nullptr, 5, &copy), 0);
+
+    EXPECT_STREQ(copy.name, "FRU 1");
+}
+
 TEST_P(LookupByIdTest, TakesId0AndFFForTheFirstRecord) {
     create_with_ids({9, 5, 200});
 
@@ -394,6 +402,16 @@ TEST_F(BulkCopyTest, CopiesAllRecordsAndMarksTheFirstOne) {
     EXPECT_THAT(behind(3), Each(0xEE));
 }
 
+TEST_F(BulkCopyTest, CopiesAllRecordsAlsoWithoutAPlaceForTheLength) {
+    create_with_ids({9, 5});
+    buffer.assign(2 * sizeof(ComponentVpdRecord), 0xEE);
+
+    EXPECT_EQ(GetComponentVPD_KIVA(nullptr, 2 * 1512, nullptr, buffer.data()), 0);
+
+    EXPECT_STREQ(at(0).name, "FRU 0");
+    EXPECT_STREQ(at(1).name, "FRU 1");
+}
+
 TEST_F(BulkCopyTest, NamesTheFirstRecordLeftOut) {
     create_with_ids({9, 5, 200, 31, 32});
 
@@ -557,6 +575,14 @@ TEST_F(FindFruRecordTest, HandsOutTheCachedRecordAndPrintsItsAddress) {
     get(5);
     EXPECT_EQ(copy.status, 1);
     EXPECT_THAT(new_log(), IsEmpty());
+}
+
+TEST_F(FindFruRecordTest, TellsWhetherThereIsARecordAlsoWithoutAPlaceForIt) {
+    create_with_ids({9, 5});
+
+    const CaptureStdout silence;
+    EXPECT_EQ(FindFRURecord(5, nullptr), 0);
+    EXPECT_EQ(FindFRURecord(6, nullptr), -1);
 }
 
 TEST_F(FindFruRecordTest, UsesTheLowByteOfTheId) {

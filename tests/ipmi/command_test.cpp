@@ -40,6 +40,11 @@ TEST_F(IpmiCommand, NeverReachesTheStackWithoutAResponseBuffer) {
     EXPECT_THAT(platform.journal(), IsEmpty());
 }
 
+TEST_F(IpmiCommand, NeverReachesTheStackWithoutARequest) {
+    EXPECT_EQ(ipmi_cmd_retry(nullptr), -1);
+    EXPECT_THAT(platform.journal(), IsEmpty());
+}
+
 TEST_F(IpmiCommand, SendsARequestWithoutData) {
     request.request = nullptr;
     request.request_length = 0;

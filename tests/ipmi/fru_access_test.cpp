@@ -32,6 +32,12 @@ TEST_F(ReadFruSize, LeavesTheSizeUntouchedOnFailure) {
     EXPECT_EQ(size, 99U);
 }
 
+TEST_F(ReadFruSize, AsksAlsoWithoutAPlaceForTheSize) {
+    platform.ipmi.always(ipmi_data({0x34, 0x12, 0}));
+    EXPECT_EQ(read_fru_size(5, nullptr), 0);
+    EXPECT_THAT(platform.requests(), ElementsAre(IpmiCall{0x0A, 0x10, {5}}));
+}
+
 TEST_F(ReadFruSize, ReportsAnAbsentFru) {
     uint32_t size = 99;
     EXPECT_EQ(read_fru_size(5, &size), VPDD_IPMI_NOT_PRESENT);

@@ -64,6 +64,22 @@ TEST_F(PpinDump, IsFreedWithItsNode) {
     EXPECT_EQ(watch.live_blocks(), 0U);
 }
 
+TEST_F(PpinDump, IsFreedWithItsOwnNodeAmongOthers) {
+    if (!allocator_can_fail) GTEST_SKIP() << "the sanitizer owns malloc";
+    auto* const other = static_cast<ComponentVpdNode*>(std::calloc(1, sizeof(ComponentVpdNode)));
+    insert_vpd_node_last(&list, other);
+    const AllocationWatch watch;
+    dump();
+    const std::size_t blocks_of_one = watch.live_blocks();
+    get_ppin_hexdump(&other->record, image_end());
+    EXPECT_NE(node->record.ppin_dump, other->record.ppin_dump);
+
+    remove();
+    EXPECT_EQ(watch.live_blocks(), blocks_of_one);
+    remove_vpd_node(&list, other);
+    EXPECT_EQ(watch.live_blocks(), 0U);
+}
+
 TEST_F(PpinDump, IsNullWhenAnAllocationFails) {
     if (!allocator_can_fail) GTEST_SKIP() << "the sanitizer owns malloc";
     for (std::size_t failing = 1;; ++failing) {

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The rewriting of the log: its order of events, what it writes, and what happens when a step fails.
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -443,11 +445,44 @@ TEST_F(LogUpdate, WorksWithTheRealShell) {
     EXPECT_FALSE(std::filesystem::exists(backup_path));
 }
 
+TEST_F(LogUpdate, GoesOnAfterThirtySecondsOfAnotherRewritersLock) {
+    write_log(make_entries(2));
+    log_update(&added, append);
+    const std::size_t undisturbed = platform.sleeps().size();
+    const int folder = open("/flash/data0", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_EQ(flock(folder, LOCK_EX | LOCK_NB), 0);
+
+    log_update(&added, append);
+
+    close(folder);
+    EXPECT_EQ(platform.sleeps().size(), 2 * undisturbed + 300);
+    EXPECT_EQ(serials(log_on_flash()), (Words{"S1", "S2", "NEW", "NEW"}));
+}
+
+TEST_F(LogUpdate, NeedsAnEntry) {
+    write_log(make_entries(2));
+    log_update(nullptr, append);
+    EXPECT_EQ(serials(log_on_flash()), (Words{"S1", "S2"}));
+}
+
 // ---- one entry
 
 TEST(LogWriteNode, NeedsAStream) {
     const ComponentVpdRecord entry = make_entry(5, "A");
     log_write_node(nullptr, &entry);
+    EXPECT_TRUE(FakePlatform::instance().logged_nothing());
+}
+
+TEST(LogWriteNode, NeedsAnEntry) {
+    char written[8] = "nothing";
+    FILE* const stream = fmemopen(written, sizeof written, "r+");
+    ASSERT_NE(stream, nullptr);
+
+    log_write_node(stream, nullptr);
+
+    EXPECT_EQ(std::ftell(stream), 0);
+    std::fclose(stream);
+    EXPECT_STREQ(written, "nothing");
     EXPECT_TRUE(FakePlatform::instance().logged_nothing());
 }
 

@@ -131,6 +131,12 @@ TEST_F(MachineRecord, IgnoresCapacityAndRequest) {
     EXPECT_EQ(length, 1106U);
 }
 
+TEST_F(MachineRecord, IsFilledAlsoWithoutAPlaceForTheLength) {
+    EXPECT_EQ(GetMachineVPDImpl(nullptr, 1106, nullptr, bytes(record)), 0);
+
+    EXPECT_TRUE(same_bytes(content(record), golden_bytes("standard_machine.txt")));
+}
+
 TEST_F(MachineRecord, RefusesANullRecord) {
     EXPECT_EQ(GetMachineVPDImpl(&length, 1106, nullptr, nullptr), -1);
 
