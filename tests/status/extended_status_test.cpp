@@ -15,6 +15,7 @@ using Words = std::vector<std::string>;
 struct Database {
     Entries records;
     int count = 0;
+    bool has_no_memory = false;
     void* asked_with = nullptr;
     ComponentVpdRecord* handed_out = nullptr;
     std::vector<ComponentVpdRecord*> released;
@@ -30,6 +31,10 @@ Database& database() {
 extern "C" int chghist_read_components(ComponentVpdRecord** records, void* current) {
     Database& db = database();
     db.asked_with = current;
+    if (db.has_no_memory) {
+        *records = nullptr;
+        return db.count;
+    }
     db.handed_out = static_cast<ComponentVpdRecord*>(std::calloc(db.records.size() + 1, entry_size));
     std::copy(db.records.begin(), db.records.end(), db.handed_out);
     *records = db.handed_out;
@@ -88,6 +93,14 @@ TEST_F(Merge, TakesEveryRecordForNewWithoutACurrentList) {
     EXPECT_EQ(UpdateExtendComponentStatus(nullptr, nullptr), 77);
     EXPECT_EQ(summary(log_on_flash()), (Words{"A 1"}));
     EXPECT_EQ(database().asked_with, nullptr);
+}
+
+TEST_F(Merge, TakesNothingFromADatabaseThatCountsRecordsButHandsOutNone) {
+    store({make_entry(5, "A")});
+    database().has_no_memory = true;
+    EXPECT_EQ(merge_with({}), 77);
+    EXPECT_TRUE(log_on_flash().empty());
+    EXPECT_EQ(database().released, (std::vector<ComponentVpdRecord*>{nullptr}));
 }
 
 TEST_F(Merge, HandsTheCurrentListToTheDatabase) {
