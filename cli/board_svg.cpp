@@ -215,6 +215,7 @@ std::vector<Slots> slots_by_socket(const Board& board) {
     std::map<uint32_t, Slots> sockets;
     for (const Slot& slot : board.slots) sockets[slot.place.socket].push_back(&slot);
     std::vector<Slots> panels;
+    panels.reserve(sockets.size());
     for (auto& [socket, slots] : sockets) panels.push_back(std::move(slots));
     return panels;
 }
