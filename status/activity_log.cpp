@@ -37,7 +37,7 @@ bool has_right_crc(const ComponentVpdRecord& entry) {
 /// Where a load ended.
 struct LoadEnd {
     int result;     // the entries loaded, or why there are none
-    bool is_whole;  // all that the file holds was looked at; a missing file holds nothing
+    bool is_whole;  // all that the file holds was looked at; a missing file and a folder hold nothing
 };
 
 LoadEnd load(const char* path, StatusList& list) {
@@ -61,7 +61,7 @@ LoadEnd load(const char* path, StatusList& list) {
         insert_status_node_last(&list, node.release());
         ++count;
     }
-    return {count, std::ferror(file.get()) == 0};
+    return {count, std::ferror(file.get()) == 0 || errno == EISDIR};
 }
 
 LoadEnd count_valid_entries(const char* path) {
@@ -107,6 +107,7 @@ SoleWriter::SoleWriter() : folder_(open(log_folder, O_RDONLY | O_DIRECTORY | O_C
         if (flock(folder_.get(), LOCK_EX | LOCK_NB) == 0 || (errno != EWOULDBLOCK && errno != EINTR)) return;
         usleep(writer_pause);
     }
+    is_sole_ = folder_.get() < 0;
 }
 
 SoleWriter::~SoleWriter() {
@@ -116,7 +117,7 @@ SoleWriter::~SoleWriter() {
 
 bool LogRewrite::load(StatusList& list) {
     // The backup of a rewrite that was cut short must not be overwritten before it has been put back.
-    if (backup_exists()) {
+    if (sole_writer_.is_sole() && backup_exists()) {
         const CutRewrite cut = compare_with_backup();
         if (cut == CutRewrite::cannot_be_told) return false;
         if (cut == CutRewrite::keep_backup && !put_backup_back()) return false;
@@ -171,8 +172,8 @@ bool is_on_device(FILE* file) {
 bool rewrite_was_cut() { return backup_exists(); }
 
 void recover_cut_rewrite() {
-    const SoleWriter writer;  // whose backup is not that of a rewrite under way
-    if (!backup_exists()) return;
+    const SoleWriter writer;
+    if (!writer.is_sole() || !backup_exists()) return;
     switch (compare_with_backup()) {
         case CutRewrite::keep_backup:
             put_backup_back();

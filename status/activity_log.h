@@ -33,8 +33,12 @@ public:
     SoleWriter(const SoleWriter&) = delete;
     SoleWriter& operator=(const SoleWriter&) = delete;
 
+    /// False when the wait was given up: a backup may then be that of a rewrite under way.
+    bool is_sole() const { return is_sole_; }
+
 private:
     ScopedFd folder_;
+    bool is_sole_ = true;
 };
 
 /// One rewrite of the whole log: load, backup, truncation, lock, entries, and the end of the backup. A rewrite that

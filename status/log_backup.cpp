@@ -42,7 +42,7 @@ bool write_backup(const StatusList& list) {
 namespace vpdd {
 
 // A backup that cannot be asked for may hold the only whole log.
-bool backup_exists() { return access(activity_log_backup, F_OK) == 0 || errno != ENOENT; }
+bool backup_exists() { return access(activity_log_backup, F_OK) == 0 || (errno != ENOENT && errno != ENOTDIR); }
 
 bool make_backup(const StatusList& list) {
     if (log_handle(copy_log) == 0 && flush_backup()) return true;

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <unistd.h>
+
 #include "status/activity_log.h"
 #include "status/loaded_list.h"
 
@@ -15,7 +17,9 @@ int read_log(const char* function, StatusList** handle) {
 
 int clean_log() {
     const vpdd::File file(std::fopen(vpdd::activity_log, "w+"));
-    return file != nullptr ? 0 : -1;
+    if (file == nullptr) return -1;
+    unlink(vpdd::activity_log_backup);  // one that was left over would bring all back
+    return 0;
 }
 
 /// An operation under the log's lock; the result of unlocking.

@@ -320,6 +320,14 @@ TEST_F(LogUpdate, PutsTheBackupBackWhenTheLogCannotBeOpened) {
     EXPECT_TRUE(calls.lock_requests().empty());
 }
 
+TEST_F(LogUpdate, SaysThatAFolderInPlaceOfTheLogCannotBeOpened) {
+    std::filesystem::create_directory(log_path);
+    log_update(&added, append);
+    ASSERT_FALSE(commands().empty());
+    EXPECT_EQ(commands().front(), back_up);
+    EXPECT_TRUE(platform.logged(info, pid_line("log_update - ERROR:Fail to create/open log file(%s).\n", log_path)));
+}
+
 TEST_F(LogUpdate, PutsTheBackupBackWhenTheLockFails) {
     write_log(make_entries(2));
     const std::string before = read_file(log_path);

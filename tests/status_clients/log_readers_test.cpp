@@ -288,6 +288,15 @@ TEST_F(LogReaderTest, ReadsACleanedLogAsAnEmptyHandle) {
     EXPECT_EQ(handle->head, nullptr);
 }
 
+TEST_F(LogReaderTest, CleansALeftOverBackupTooSoThatNoUpdateBringsTheLogBack) {
+    write_log(make_entries(3));
+    std::filesystem::copy_file(log_path, backup_path);
+
+    EXPECT_EQ(run([] { return vpdd_serv_cleanlog(); }), 0);
+
+    EXPECT_FALSE(std::filesystem::exists(backup_path));
+}
+
 TEST_F(LogReaderTest, ReadsEachTimeIntoANewHandle) {
     write_log(make_entries(1));
     StatusList* second = nullptr;
