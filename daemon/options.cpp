@@ -18,7 +18,7 @@ constexpr const char* footer =
     "\n"
     "Examples:\n"
     "  vpdd --server ddr5-2s --state DIR             a described server (docs/host-platform.md)\n"
-    "  vpdd --platform ipmi --set KEY=VALUE          a BMC that is reached by IPMI\n"
+    "  vpdd --platform ipmi --set bmc=FILE           a BMC that is reached by IPMI\n"
     "\n"
     "Exit codes:\n"
     "  0  ended by a signal          2  wrong usage\n"
