@@ -12,6 +12,8 @@ namespace {
 constexpr unsigned lock_file_mode = 0700;
 constexpr int unlock_attempts = 3;
 constexpr useconds_t unlock_pause = 100000;  // microseconds
+constexpr int deadlock_attempts = 3000;
+constexpr useconds_t deadlock_pause = 10000;  // microseconds
 
 int set_whole_file_lock(int fd, int command, short type) {
     struct flock whole_file {};
@@ -21,6 +23,16 @@ int set_whole_file_lock(int fd, int command, short type) {
     whole_file.l_len = 0;
     whole_file.l_pid = getpid();
     return fcntl(fd, command, &whole_file);
+}
+
+/// Waits for the lock. The kernel counts processes, not threads: it takes two of them for a deadlock that wait for each
+/// other's locks in threads of their own. That wait goes on, with a bound for a deadlock that is one.
+int wait_for_lock(int fd) {
+    for (int attempt = 1;; ++attempt) {
+        const int result = set_whole_file_lock(fd, F_SETLKW, F_WRLCK);
+        if (result >= 0 || errno != EDEADLK || attempt == deadlock_attempts) return result;
+        usleep(deadlock_pause);
+    }
 }
 
 constexpr int never_follow_or_wait = O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
@@ -50,7 +62,7 @@ int open_plain_file(const char* path, int flags) { return only_plain_file(open(p
 int lock_file(const char* path, int* fd) {
     const int opened = open_or_create(path);
     if (opened < 0) return -1;
-    const int result = set_whole_file_lock(opened, F_SETLKW, F_WRLCK);
+    const int result = wait_for_lock(opened);
     if (result < 0) close(opened);
     *fd = result < 0 ? -1 : opened;
     return result;

@@ -2,6 +2,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <fstream>
+#include <thread>
+
 #include "log_world.h"
 #include "own_process.h"
 #include "watched_calls.h"
@@ -122,6 +125,45 @@ TEST_F(FileLock, WaitsForAnotherProcess) {
     waitpid(holder, &status, 0);
     EXPECT_EQ(status, 0);
     vpdd_file_unlock(fd);
+}
+
+/// Whether the kernel has this process in a queue for a lock.
+bool waits_for_a_lock(pid_t process) {
+    std::ifstream locks("/proc/locks");
+    for (std::string line; std::getline(locks, line);) {
+        if (line.find("-> POSIX") != std::string::npos &&
+            line.find(' ' + std::to_string(process) + ' ') != std::string::npos) {
+            return true;
+        }
+    }
+    return false;
+}
+
+TEST_F(FileLock, IsWaitedForWhereAnotherProcessWaitsForALockOfThisOne) {
+    int log_fd = -1;
+    ASSERT_EQ(vpdd_file_lock_wait(&log_fd), 0);
+    const pid_t other = fork();
+    if (other == 0) {
+        int32_t machine_fd = -1;
+        int fd = -1;
+        const bool holds_both = vpdd_machine_cache_file_lock_wait(&machine_fd) == 0 && vpdd_file_lock_wait(&fd) == 0;
+        _exit(holds_both ? 0 : 1);
+    }
+    for (int look = 0; look < 100000 && !waits_for_a_lock(other); ++look) std::this_thread::yield();
+    ASSERT_TRUE(waits_for_a_lock(other));
+    // What another thread would do, as soon as the kernel has called this a deadlock.
+    platform.during_sleep([&](int64_t) {
+        if (log_fd >= 0) close(log_fd);
+        log_fd = -1;
+    });
+
+    int32_t machine_fd = -1;
+    EXPECT_EQ(vpdd_machine_cache_file_lock_wait(&machine_fd), 0);
+
+    int status = -1;
+    waitpid(other, &status, 0);
+    EXPECT_EQ(status, 0);
+    close(machine_fd);
 }
 
 TEST_F(FileLock, LeavesTheDescriptorUntouchedWhenItsFileCannotBeOpened) {
