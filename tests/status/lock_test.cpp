@@ -160,6 +160,7 @@ TEST_F(FileLock, IsWaitedForWhereAnotherProcessWaitsForALockOfThisOne) {
     int32_t machine_fd = -1;
     EXPECT_EQ(vpdd_machine_cache_file_lock_wait(&machine_fd), 0);
 
+    if (log_fd >= 0) close(log_fd);
     int status = -1;
     waitpid(other, &status, 0);
     EXPECT_EQ(status, 0);
