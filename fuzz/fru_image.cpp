@@ -24,7 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, std::size_t size) {
 
     Round round;
     world().frus[0] = std::move(image);
-    world().sdr = {vpdd::images::FruLocator(0, "Part 1").entity(entities[options & 3U], 1)};
+    world().sdr = {vpdd::images::FruLocator(0, "Board 1").entity(entities[options & 3U], 1)};
     round.create();
     cached_records();
     UpdateComponentVPDCache();

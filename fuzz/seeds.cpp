@@ -191,7 +191,7 @@ Bytes short_answers(uint8_t modifier, uint8_t entity) {
     AnswerWriter writer;
     writer.add(IpmiAnswer{.bytes = Bytes(16)});
     writer.add(IpmiAnswer{.bytes = {0xCB}});  // FRU 0 is not there
-    writer.add(SdrAnswer{.record = images::FruLocator(1, "Part 1").modifier(modifier).entity(entity, 1)});
+    writer.add(SdrAnswer{.record = images::FruLocator(1, "Board 1").modifier(modifier).entity(entity, 1)});
     for (int run = 0; run < 2; ++run) {
         writer.add(IpmiAnswer{.bytes = {0, 64, 0, 0}});
         writer.add(IpmiAnswer{.bytes = Bytes{0, 64} + images::FruImage().product({.serial = "S1"}).build()});
