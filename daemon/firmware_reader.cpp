@@ -24,17 +24,11 @@ FirmwareReader::FirmwareReader(std::function<void()> wake) : wake_(std::move(wak
 
 FirmwareReader::~FirmwareReader() {
     begin_stop();
-    if (thread_.joinable()) thread_.join();
+    worker_.join();
 }
 
 void FirmwareReader::start() {
-    is_running_ = true;
-    thread_ = std::thread([this] {
-        run();
-        const std::scoped_lock lock(mutex_);
-        is_running_ = false;
-        ended_.notify_all();
-    });
+    worker_.start([this] { run(); });
 }
 
 void FirmwareReader::begin_stop() {
@@ -43,10 +37,7 @@ void FirmwareReader::begin_stop() {
     asked_.notify_all();
 }
 
-bool FirmwareReader::wait_for_stop(std::chrono::milliseconds limit) {
-    std::unique_lock lock(mutex_);
-    return ended_.wait_for(lock, limit, [this] { return !is_running_; });
-}
+bool FirmwareReader::wait_for_stop(std::chrono::milliseconds limit) { return worker_.wait_for_end(limit); }
 
 bool FirmwareReader::ask(const std::string& image_name) {
     const std::scoped_lock lock(mutex_);

@@ -9,9 +9,9 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "daemon/worker.h"
 #include "orva_vpdd.h"
 
 namespace vpdd::daemon {
@@ -44,12 +44,11 @@ private:
 
     const std::function<void()> wake_;
     std::mutex mutex_;
-    std::condition_variable asked_, ended_;
+    std::condition_variable asked_;
     std::deque<std::string> waiting_;
     std::vector<Finding> found_;
     bool is_stopping_ = false;
-    bool is_running_ = false;
-    std::thread thread_;
+    Worker worker_;
 };
 
 }  // namespace vpdd::daemon

@@ -79,7 +79,7 @@ Keeper::Keeper(const VpddPlatformLibrary& platform, const KeeperOptions& options
 
 Keeper::~Keeper() {
     begin_stop();
-    if (thread_.joinable()) thread_.join();
+    worker_.join();
 }
 
 template <class Change>
@@ -90,13 +90,7 @@ void Keeper::add_work(Change change) {
 }
 
 void Keeper::start() {
-    is_running_ = true;
-    thread_ = std::thread([this] {
-        run();
-        const std::scoped_lock lock(mutex_);
-        is_running_ = false;
-        ended_.notify_all();
-    });
+    worker_.start([this] { run(); });
 }
 
 void Keeper::begin_stop() {
@@ -110,10 +104,7 @@ bool Keeper::is_stopping() {
     return is_stopping_;
 }
 
-bool Keeper::wait_for_stop(std::chrono::milliseconds limit) {
-    std::unique_lock lock(mutex_);
-    return ended_.wait_for(lock, limit, [this] { return !is_running_; });
-}
+bool Keeper::wait_for_stop(std::chrono::milliseconds limit) { return worker_.wait_for_end(limit); }
 
 uint64_t Keeper::order(Order order) {
     const std::scoped_lock lock(mutex_);

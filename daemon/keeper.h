@@ -9,9 +9,9 @@
 #include <condition_variable>
 #include <functional>
 #include <mutex>
-#include <thread>
 
 #include "daemon/inventory.h"
+#include "daemon/worker.h"
 #include "host/platform_library.h"
 
 namespace vpdd::daemon {
@@ -99,14 +99,13 @@ private:
     VpddPlatformReports reports_{};
 
     std::mutex mutex_;
-    std::condition_variable work_came_, ended_;
+    std::condition_variable work_came_;
     Work work_;
     uint64_t passes_begun_ = 0;
     bool is_stopping_ = false;
-    bool is_running_ = false;
     std::vector<PassResult> results_;
     std::atomic<bool> has_failed_ = false;
-    std::thread thread_;
+    Worker worker_;
 
     // Of the keeper's thread.
     SharedInventory current_;
