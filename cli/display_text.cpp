@@ -23,12 +23,19 @@ bool rearranges_text(wchar_t character) {
            (character >= 0x2060 && character <= 0x206F) || character == 0xFEFF;
 }
 
+/// Only for a text that needs it: to load a locale takes as long as to print a page.
+void use_utf8_text() { [[maybe_unused]] static const char* const locale = std::setlocale(LC_CTYPE, "C.UTF-8"); }
+
+constexpr bool is_ascii(char byte) { return static_cast<uint8_t>(byte) < 0x80; }
+constexpr bool is_control(char byte) { return static_cast<uint8_t>(byte) < 0x20 || byte == 0x7F; }
+
 /// The first character of a text that is not empty.
 Character first_character(std::string_view text) {
+    if (is_ascii(text.front())) return {1, is_control(text.front()) ? unprintable : 1, true};
+    use_utf8_text();
     wchar_t wide = 0;
     std::mbstate_t state{};
     const std::size_t length = std::mbrtowc(&wide, text.data(), text.size(), &state);
-    if (length == 0) return {1, unprintable, true};
     if (length > text.size()) return {1, unprintable, false};
     if (rearranges_text(wide)) return {length, unprintable, true};
     return {length, wcwidth(wide), true};
@@ -56,8 +63,6 @@ std::size_t fitting_prefix(std::string_view text, std::size_t width) {
 }
 
 }  // namespace
-
-void use_utf8_text() { std::setlocale(LC_CTYPE, "C.UTF-8"); }
 
 std::string displayable(std::string_view text) {
     std::string out;

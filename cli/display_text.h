@@ -11,9 +11,6 @@
 
 namespace vpdd::cli {
 
-/// Lets the functions below know UTF-8; without it they escape everything that is not ASCII.
-void use_utf8_text();
-
 /// Printable UTF-8 as it stands, every byte of anything else as \xNN.
 std::string displayable(std::string_view text);
 

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
 #include <map>
+#include <string_view>
 
 #include "cli/command.h"
 #include "cli/display_text.h"
@@ -51,6 +53,12 @@ std::string usage_text(const std::string& mistake) {
 
 std::string parse_failure(const CLI::App* /*app*/, const CLI::Error& error) { return usage_text(error.what()); }
 
+/// The command that is asked for, else all: to declare them takes longer than to decode a memory module.
+std::span<const Command> declared_for(std::string_view first_argument) {
+    const auto asked = std::ranges::find(commands(), first_argument, &Command::name);
+    return asked != commands().end() ? std::span(asked, 1) : commands();
+}
+
 ExitCode parse_and_run(int count, char** arguments) {
     CLI::App app(description, "vpdctl");
     app.set_version_flag("--version", std::string("vpdctl ") + VPDCTL_VERSION);
@@ -60,7 +68,8 @@ ExitCode parse_and_run(int count, char** arguments) {
     app.failure_message(parse_failure);
 
     std::map<const CLI::App*, Runner> runners;
-    for (const Command& command : commands()) {
+    const std::string_view first = count > 1 ? arguments[1] : "";
+    for (const Command& command : declared_for(first)) {
         CLI::App* verb = app.add_subcommand(command.name, command.summary)->group("Commands");
         verb->footer(command.details);
         runners[verb] = command.declare(*verb);
@@ -96,7 +105,4 @@ int run(int count, char** arguments) {
 
 }  // namespace vpdd::cli
 
-int main(int count, char** arguments) {
-    vpdd::cli::use_utf8_text();
-    return vpdd::cli::run(count, arguments);
-}
+int main(int count, char** arguments) { return vpdd::cli::run(count, arguments); }

@@ -119,6 +119,13 @@ void ServerSession::open_text(const std::string& text) {
     }
 }
 
+void ServerSession::open_module(std::span<const uint8_t> image) {
+    ErrorText error{};
+    if (vpdd_host_open_module(image.data(), image.size(), &host_options_, error.data(), error.size()) != 0) {
+        throw std::runtime_error(displayable(error.data()));
+    }
+}
+
 VpddHostChangedFru ServerSession::change_fru(VpddHostChange change, const std::string& fru, const char* serial_number) {
     constexpr int impossible = -2;
     ErrorText error{};

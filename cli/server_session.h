@@ -3,6 +3,7 @@
 
 #include <fstream>
 #include <ostream>
+#include <span>
 #include <string>
 
 #include "cli/terminal.h"
@@ -45,6 +46,8 @@ public:
     void open_file(const std::string& path);
     /// Open the server that a JSON text describes. Throws std::runtime_error.
     void open_text(const std::string& text);
+    /// Open a server whose only part, FRU 1, is a memory module with this image. Throws std::runtime_error.
+    void open_module(std::span<const uint8_t> image);
 
     /// Change the open server for good. Throws WrongUsage when the FRU is not in the state for it.
     VpddHostChangedFru change_fru(VpddHostChange change, const std::string& fru, const char* serial_number);

@@ -11,7 +11,6 @@
 #include "cli/display_text.h"
 #include "cli/fru_diagnosis.h"
 #include "cli/input_file.h"
-#include "cli/memory_file.h"
 #include "cli/memory_module.h"
 #include "cli/server_session.h"
 #include "cli/spd_checksums.h"
@@ -48,19 +47,10 @@ struct SpdReport {
     std::vector<std::string> notes;
 };
 
-/// A server whose only part is a memory module with this image.
-std::string server_with_module(const MemoryFile& image) {
-    const Json fru = {{"fru_id", module_fru_id}, {"name", "DIMM 1"}, {"entity", "memory device"},
-                      {"instance", 1},           {"modifier", 1},    {"content", {{"raw", image.path()}}}};
-    const Json server = {{"name", "memory module"}, {"machine", Json::object()}, {"frus", Json::array({fru})}};
-    return server.dump();
-}
-
 /// The record that the component cache makes of an image.
 ComponentVpdRecord decode(std::span<const uint8_t> image, const SessionOptions& options) {
-    const MemoryFile file(image.first(std::min(image.size(), largest_image)));
     ServerSession session(options);
-    session.open_text(server_with_module(file));
+    session.open_module(image.first(std::min(image.size(), largest_image)));
     session.create_cache();
     ComponentVpdRecord record{};
     uint32_t length = 0;

@@ -40,6 +40,13 @@ constexpr char list_frus_sql[] = "SELECT fru_id, pulled, content FROM changed_fr
 
 int64_t now() { return std::time(nullptr); }
 
+/// Writes to the open server's store. What a server without one drops counts as written.
+template <class Write>
+int publish(Write write) {
+    const auto server = current_server();
+    return server && (!server->store || write(*server->store));
+}
+
 }  // namespace
 
 ConfigStore::ConfigStore(const std::filesystem::path& path)
@@ -117,20 +124,18 @@ FruChanges ConfigStore::fru_changes() {
 
 }  // namespace vpdd::host
 
-using vpdd::host::current_server;
-
 extern "C" int tarn_config_get_int(const char* name, int32_t* value) {
-    const auto server = current_server();
-    if (!server || name == nullptr || value == nullptr) return 0;
-    const auto found = server->store.integer(name);
+    const auto server = vpdd::host::current_server();
+    if (!server || !server->store || name == nullptr || value == nullptr) return 0;
+    const auto found = server->store->integer(name);
     if (!found) return 0;
     *value = *found;
     return 1;
 }
 
 extern "C" int tarn_config_set_int(const char* name, int32_t value, int flag) {
-    const auto server = current_server();
-    return server && name != nullptr && server->store.set_integer(name, value, flag);
+    return name != nullptr &&
+           vpdd::host::publish([&](vpdd::host::ConfigStore& store) { return store.set_integer(name, value, flag); });
 }
 
 extern "C" int tarn_config_set_str(const char* name, const char* value, int flag) {
@@ -138,11 +143,13 @@ extern "C" int tarn_config_set_str(const char* name, const char* value, int flag
 }
 
 extern "C" int tarn_config_set_str_n(const char* name, const char* value, uint32_t length, int flag) {
-    const auto server = current_server();
-    return server && name != nullptr && value != nullptr && server->store.set_text(name, {value, length}, flag);
+    return name != nullptr && value != nullptr && vpdd::host::publish([&](vpdd::host::ConfigStore& store) {
+               return store.set_text(name, {value, length}, flag);
+           });
 }
 
 extern "C" int tarn_event_type_occurred(int type, const char* name, int argument0, int argument1) {
-    const auto server = current_server();
-    return server && name != nullptr && server->store.add_event({name, type, argument0, argument1});
+    return name != nullptr && vpdd::host::publish([&](vpdd::host::ConfigStore& store) {
+               return store.add_event({name, type, argument0, argument1});
+           });
 }

@@ -87,7 +87,7 @@ void replace(const Server& former, const std::shared_ptr<Server>& now) {
 /// `vpdctl simulate` has pulled, inserted or swapped something in the state directory.
 void check() try {
     const auto server = current_server();
-    if (!server || server->store.fru_changes() == server->changes) return;
+    if (!server || server->store->fru_changes() == server->changes) return;
     replace(*server, std::make_shared<Server>(server->document, server->folder, server->options));
 } catch (const std::exception& reason) {
     constexpr int error_level = 3;

@@ -25,24 +25,24 @@ int wait_and_retry(void*, int attempt) {
 
 Database::Database(const std::filesystem::path& path, std::span<const char* const> steps) : name_(path.string()) {
     sqlite3* database = nullptr;
-    const int result = sqlite3_open(path.empty() ? ":memory:" : path.c_str(), &database);
+    const int result = sqlite().open(path.empty() ? ":memory:" : path.c_str(), &database);
     database_.reset(database);
-    if (result != SQLITE_OK) throw std::runtime_error(path.string() + ": " + sqlite3_errstr(result));
+    if (result != SQLITE_OK) throw std::runtime_error(path.string() + ": " + sqlite().errstr(result));
 
-    sqlite3_busy_handler(database, wait_and_retry, nullptr);
+    sqlite().busy_handler(database, wait_and_retry, nullptr);
     // The newest rows may be lost with the machine's power, never the file's consistency.
     execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL");
     migrate(steps);
 }
 
-void Database::fail() { throw std::runtime_error(name_ + ": " + sqlite3_errmsg(database_.get())); }
+void Database::fail() { throw std::runtime_error(name_ + ": " + sqlite().errmsg(database_.get())); }
 
 /// The change to WAL does not wait for other processes by itself.
 void Database::execute(const char* sql) {
     int result = SQLITE_BUSY;
     for (int attempt = 0; attempt < attempts && result == SQLITE_BUSY; ++attempt) {
         if (attempt > 0) pause();
-        result = sqlite3_exec(database_.get(), sql, nullptr, nullptr, nullptr);
+        result = sqlite().exec(database_.get(), sql, nullptr, nullptr, nullptr);
     }
     if (result != SQLITE_OK) fail();
 }
@@ -67,7 +67,7 @@ void Database::migrate(std::span<const char* const> steps) {
 
 Database::Statement Database::prepared(const char* sql) {
     sqlite3_stmt* statement = nullptr;
-    const int result = sqlite3_prepare_v3(database_.get(), sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
+    const int result = sqlite().prepare(database_.get(), sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
     if (result != SQLITE_OK) fail();
     return Statement(statement);
 }
@@ -87,34 +87,34 @@ void Transaction::commit() {
 }
 
 Run::~Run() {
-    sqlite3_reset(statement_);
-    sqlite3_clear_bindings(statement_);
+    sqlite().reset(statement_);
+    sqlite().clear_bindings(statement_);
 }
 
 Run& Run::bind(int64_t value) {
-    sqlite3_bind_int64(statement_, ++bound_, value);
+    sqlite().bind_int64(statement_, ++bound_, value);
     return *this;
 }
 
 Run& Run::bind(std::string_view text) {
-    sqlite3_bind_text64(statement_, ++bound_, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8);
+    sqlite().bind_text64(statement_, ++bound_, text.data(), text.size(), SQLITE_STATIC, SQLITE_UTF8);
     return *this;
 }
 
 Run& Run::bind(std::span<const uint8_t> bytes) {
-    sqlite3_bind_blob64(statement_, ++bound_, bytes.data(), bytes.size(), SQLITE_STATIC);
+    sqlite().bind_blob64(statement_, ++bound_, bytes.data(), bytes.size(), SQLITE_STATIC);
     return *this;
 }
 
 std::string Run::text(int column) const {
-    const void* bytes = sqlite3_column_text(statement_, column);
+    const void* bytes = sqlite().column_text(statement_, column);
     if (bytes == nullptr) return {};
-    return {static_cast<const char*>(bytes), static_cast<std::size_t>(sqlite3_column_bytes(statement_, column))};
+    return {static_cast<const char*>(bytes), static_cast<std::size_t>(sqlite().column_bytes(statement_, column))};
 }
 
 std::span<const uint8_t> Run::bytes(int column) const {
-    const auto* bytes = static_cast<const uint8_t*>(sqlite3_column_blob(statement_, column));
-    return {bytes, static_cast<std::size_t>(sqlite3_column_bytes(statement_, column))};
+    const auto* bytes = static_cast<const uint8_t*>(sqlite().column_blob(statement_, column));
+    return {bytes, static_cast<std::size_t>(sqlite().column_bytes(statement_, column))};
 }
 
 }  // namespace vpdd::host

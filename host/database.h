@@ -2,8 +2,6 @@
 // An SQLite database that several processes may use at once.
 #pragma once
 
-#include <sqlite3.h>
-
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -11,12 +9,14 @@
 #include <string>
 #include <string_view>
 
+#include "host/sqlite.h"
+
 namespace vpdd::host {
 
 class Database {
 public:
     struct Finalize {
-        void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
+        void operator()(sqlite3_stmt* statement) const { sqlite().finalize(statement); }
     };
     using Statement = std::unique_ptr<sqlite3_stmt, Finalize>;
 
@@ -31,7 +31,7 @@ public:
 
 private:
     struct Close {
-        void operator()(sqlite3* database) const { sqlite3_close(database); }
+        void operator()(sqlite3* database) const { sqlite().close(database); }
     };
 
     int64_t version();
@@ -69,11 +69,11 @@ public:
     /// The text and the bytes have to live as long as the run.
     Run& bind(std::string_view text);
     Run& bind(std::span<const uint8_t> bytes);
-    bool next_row() { return sqlite3_step(statement_) == SQLITE_ROW; }
-    bool complete() { return sqlite3_step(statement_) == SQLITE_DONE; }
+    bool next_row() { return sqlite().step(statement_) == SQLITE_ROW; }
+    bool complete() { return sqlite().step(statement_) == SQLITE_DONE; }
 
-    int64_t integer(int column) const { return sqlite3_column_int64(statement_, column); }
-    int32_t small_integer(int column) const { return sqlite3_column_int(statement_, column); }
+    int64_t integer(int column) const { return sqlite().column_int64(statement_, column); }
+    int32_t small_integer(int column) const { return sqlite().column_int(statement_, column); }
     std::string text(int column) const;
     std::span<const uint8_t> bytes(int column) const;
 

@@ -92,11 +92,13 @@ Fru fru_of(const Json& fru, const std::filesystem::path& folder, const Place& pl
     return device;
 }
 
+// IPMI 2.0 table 43-12: a FRU inventory device behind the controller, and its modifiers.
+constexpr uint8_t device_type = 0x10, fru_inventory = 0, spd = 1;
+
 Bytes locator_of(const Json& fru, uint16_t record_id) {
-    constexpr uint8_t fru_inventory = 0, spd = 1;  // modifiers of device type 0x10, IPMI 2.0 table 43-12
     return images::FruLocator(fru["fru_id"], fru["name"].get<std::string>())
         .record_id(record_id)
-        .type(fru.value("device_type", uint8_t{0x10}))
+        .type(fru.value("device_type", device_type))
         .modifier(fru.value("modifier", fru["content"].contains("dimm") ? spd : fru_inventory))
         .entity(entity_id(fru["entity"]), fru["instance"])
         .build();
@@ -180,6 +182,21 @@ Description read_description(const Json& document, const std::filesystem::path& 
                              : smbios_table(document);
     description.sensors = sensors_of(document.value("sensors", Json::array()));
     description.properties = property_tree(document);
+    return description;
+}
+
+Description lone_memory_module(std::span<const uint8_t> image) {
+    if (image.size() > largest_image) throw std::length_error("The image exceeds 65535 bytes.");
+    constexpr uint8_t fru_id = 1, instance = 1, memory_device = 32;
+    constexpr uint16_t record_id = 1;
+    Description description;
+    description.frus[fru_id] = {Bytes(image.begin(), image.end()), {}, 1};
+    description.sdr.push_back({record_id, images::FruLocator(fru_id, "DIMM 1")
+                                              .record_id(record_id)
+                                              .type(device_type)
+                                              .modifier(spd)
+                                              .entity(memory_device, instance)
+                                              .build()});
     return description;
 }
 

@@ -58,4 +58,7 @@ struct Description {
 /// @throws DescriptionError
 Description read_description(const Json& document, const std::filesystem::path& folder);
 
+/// Nothing but one memory module, FRU 1. @throws std::length_error
+Description lone_memory_module(std::span<const uint8_t> image);
+
 }  // namespace vpdd::host

@@ -41,7 +41,8 @@ extern "C" int pm_read_data(int fd, void* data, uint32_t length) {
 
 extern "C" int sw_msg_dispatcher(int message, void*, int32_t argument0, int32_t argument1) {
     const auto server = vpdd::host::current_server();
-    return server && server->store.add_event({"", message, argument0, argument1}) ? 0 : -1;
+    if (!server) return -1;
+    return !server->store || server->store->add_event({"", message, argument0, argument1}) ? 0 : -1;
 }
 
 extern "C" int proc_system(const char* command) {

@@ -62,7 +62,7 @@ Description changed_description(Json document, const FruChanges& changes, const 
 
 ChangedFru change_fru(Server& server, VpddHostChange change, const char* fru, const char* serial_number) {
     if (server.options.state_directory.empty()) throw std::runtime_error("a change needs a state directory");
-    FruChanges changes = server.store.fru_changes();
+    FruChanges changes = server.store->fru_changes();
     const auto serial = serial_number != nullptr ? std::optional<std::string>(serial_number) : std::nullopt;
     ChangedFru changed = changed_fru(server.document, changes, change, fru, serial);
 
@@ -70,7 +70,7 @@ ChangedFru change_fru(Server& server, VpddHostChange change, const char* fru, co
     Json document = server.document;
     apply_changes(changes, document);
     read_description(checked_document(document.dump(), schema_text), server.folder);  // a serial number may be none
-    if (!server.store.set_fru_change(changed.fru_id, changed.change))
+    if (!server.store->set_fru_change(changed.fru_id, changed.change))
         throw std::runtime_error("the change is not kept");
     use_server(std::make_shared<Server>(server.document, server.folder, server.options));
     return changed;
@@ -138,12 +138,18 @@ Server::Server(Json server_document, std::filesystem::path server_folder, Option
     : document(std::move(server_document)),
       folder(std::move(server_folder)),
       options(std::move(server_options)),
-      store(store_path(options.state_directory)),
-      changes(store.fru_changes()),
+      store(std::make_unique<ConfigStore>(store_path(options.state_directory))),
+      changes(store->fru_changes()),
       description(changed_description(document, changes, folder)),
       system_vpd(description.system_vpd),
       trace_files(options.state_directory),
       bmc(std::move(server_bmc)) {}
+
+Server::Server(Description server_description, Options server_options)
+    : options(std::move(server_options)),
+      description(std::move(server_description)),
+      system_vpd(description.system_vpd),
+      trace_files(options.state_directory) {}
 
 std::shared_ptr<Server> current_server() {
     const std::scoped_lock lock(current_mutex);
@@ -188,6 +194,18 @@ extern "C" int vpdd_host_open_bmc(const VpddHostBmc* bmc, const char* text, size
     return open({text, length}, folder != nullptr ? folder : "", options, std::move(owned), "", error, error_size);
 }
 
+extern "C" int vpdd_host_open_module(const uint8_t* image, size_t size, const VpddHostOptions* options, char* error,
+                                     size_t error_size) try {
+    vpdd_host_close();
+    if (image == nullptr) return fail("no image given", error, error_size);
+    VpddHostOptions kept_nowhere = options != nullptr ? *options : VpddHostOptions{};
+    kept_nowhere.state_directory = nullptr;
+    use_server(std::make_shared<Server>(lone_memory_module({image, size}), options_of(&kept_nowhere)));
+    return 0;
+} catch (const std::exception& reason) {
+    return fail(reason.what(), error, error_size);
+}
+
 extern "C" void vpdd_host_close(void) { use_server(nullptr); }
 
 extern "C" int vpdd_host_change_fru(VpddHostChange change, const char* fru, const char* serial_number,
@@ -226,7 +244,8 @@ extern "C" const char* vpdd_host_server_folder(void) {
 extern "C" int vpdd_host_each_variable(VpddHostVariableVisitor visitor, void* context) {
     const auto server = current_server();
     if (!server || visitor == nullptr) return -1;
-    const auto variables = server->store.variables();
+    if (!server->store) return 0;
+    const auto variables = server->store->variables();
     std::ranges::any_of(variables, [&](const Variable& variable) {
         const VpddHostVariable shown = public_form(variable);
         return visitor(context, &shown) != 0;
@@ -237,7 +256,8 @@ extern "C" int vpdd_host_each_variable(VpddHostVariableVisitor visitor, void* co
 extern "C" int vpdd_host_each_event(VpddHostEventVisitor visitor, void* context) {
     const auto server = current_server();
     if (!server || visitor == nullptr) return -1;
-    const auto events = server->store.events();
+    if (!server->store) return 0;
+    const auto events = server->store->events();
     std::ranges::any_of(events, [&](const Event& event) {
         const VpddHostEvent shown{event.name.c_str(), event.type, event.argument0, event.argument1, event.occurred};
         return visitor(context, &shown) != 0;

@@ -52,12 +52,14 @@ public:
     /// @param server_document agrees with the schema
     /// @throws std::exception
     Server(Json server_document, std::filesystem::path server_folder, Options server_options, Bmc server_bmc = {});
+    /// Without a document, and without a store behind it.
+    Server(Description server_description, Options server_options);
 
     const Json document;  ///< without the changes in the store
     const std::filesystem::path folder;
     const Options options;
-    ConfigStore store;
-    const FruChanges changes;  ///< that the store had when the server was made
+    const std::unique_ptr<ConfigStore> store;  ///< none: what the library publishes is dropped
+    const FruChanges changes;                  ///< that the store had when the server was made
     const Description description;
     SystemVpd system_vpd;
     TraceFiles trace_files;

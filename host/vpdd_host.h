@@ -79,6 +79,15 @@ int vpdd_host_open_file(const char* path, const VpddHostOptions* options, char* 
 int vpdd_host_open_text(const char* text, size_t length, const char* folder, const VpddHostOptions* options,
                         char* error, size_t error_size);
 
+/**
+ * @brief Open a server whose only part is a memory module: FRU 1, "DIMM 1". It has no machine VPD, no SMBIOS table and
+ * no properties, and drops what is published; there is no cheaper way to a module's record.
+ * @param image what its EEPROM holds, copied; at most 65535 bytes
+ * @param options null: all zero; the state directory does not matter
+ */
+int vpdd_host_open_module(const uint8_t* image, size_t size, const VpddHostOptions* options, char* error,
+                          size_t error_size);
+
 /** @brief Close the server; none open is fine. */
 void vpdd_host_close(void);
 

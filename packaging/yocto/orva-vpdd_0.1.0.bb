@@ -38,6 +38,8 @@ FILES:${PN}-tools = " \
     ${datadir}/bash-completion \
     ${systemd_system_unitdir} \
 "
+# Loaded when a database is opened.
+RDEPENDS:${PN}-tools += "libsqlite3"
 SYSTEMD_PACKAGES = "${@bb.utils.contains('PACKAGECONFIG', 'tools', '${PN}-tools', '', d)}"
 SYSTEMD_SERVICE:${PN}-tools = "vpdd.service"
 SYSTEMD_AUTO_ENABLE:${PN}-tools = "enable"
