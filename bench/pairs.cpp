@@ -6,10 +6,12 @@
 #include <unistd.h>
 #include <zlib.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "bench/freeipmi_fru.h"
 #include "bench/worlds.h"
@@ -84,6 +86,18 @@ void copy_under_two_mutexes(const ComponentVpdRecord& from) {
     benchmark::DoNotOptimize(record);
 }
 
+struct Free {
+    void operator()(void* block) const { std::free(block); }
+};
+/// Nodes as the cache has them: a heap block each.
+using Nodes = std::vector<std::unique_ptr<ComponentVpdNode, Free>>;
+
+Nodes zeroed_nodes(std::size_t count) {
+    Nodes nodes(count);
+    for (auto& node : nodes) node.reset(static_cast<ComponentVpdNode*>(std::calloc(1, sizeof(ComponentVpdNode))));
+    return nodes;
+}
+
 void add_look_ups() {
     static const Bytes image = fru_image(256);
     // The id 255 asks for the first record, so that 254 is the last that can be looked up.
@@ -116,6 +130,15 @@ void add_look_ups() {
             std::memcpy(out->data(), from->data(), size);
             benchmark::ClobberMemory();
         });
+        const auto nodes = std::make_shared<Nodes>(zeroed_nodes(records));
+        side(row + "/memcpy of each block", [=] {
+            uint8_t* to = out->data();
+            for (const auto& node : *nodes) {
+                std::memcpy(to, &node->record, record_size);
+                to += record_size;
+            }
+            benchmark::ClobberMemory();
+        });
     }
 }
 
@@ -128,6 +151,14 @@ void add_creation() {
                 CreateComponentVPDCache();
             },
             [=] { create_cache(frus, Kind::board, fru_image(256)); });
+    }
+    // The memory that a creation and the destruction before it go through, and nothing else.
+    for (const std::size_t frus : {256, 2048}) {
+        side("create, memory." + std::to_string(frus) + "/ours", [=] {
+            const Nodes nodes = zeroed_nodes(frus);
+            for (const auto& node : nodes) std::memset(&node->record, 1, record_size);
+            benchmark::DoNotOptimize(nodes.data());
+        });
     }
 }
 

@@ -3,22 +3,16 @@
 """Compare `vpdctl spd FILE` with `decode-dimms -x FILE` on the same module, process against process, and count the
 system calls of the activity log's operations."""
 
+import json
 import pathlib
 import re
-import resource
+import shlex
 import subprocess
 import sys
 import tempfile
 
-REPETITIONS = 15
+RUNS = 200
 MARK = re.compile(r"write\(-1, \"(?P<mark>[^\"]*)\"")
-
-
-def processor_seconds(command):
-    before = resource.getrusage(resource.RUSAGE_CHILDREN)
-    subprocess.run(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-    after = resource.getrusage(resource.RUSAGE_CHILDREN)
-    return after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
 
 
 def hexdump(data):
@@ -31,10 +25,11 @@ def compare_decoders(vpdctl, image):
     with tempfile.TemporaryDirectory() as folder:
         dump = pathlib.Path(folder) / "module.hex"
         dump.write_text(hexdump(image.read_bytes()))
-        ours = other = float("inf")
-        for _ in range(REPETITIONS):
-            ours = min(ours, processor_seconds([vpdctl, "spd", str(image)]))
-            other = min(other, processor_seconds(["decode-dimms", "-x", str(dump)]))
+        times = pathlib.Path(folder) / "times.json"
+        programs = [shlex.join([vpdctl, "spd", str(image)]), shlex.join(["decode-dimms", "-x", str(dump)])]
+        subprocess.run(["hyperfine", "--shell=none", "--style=none", "--warmup=10", f"--runs={RUNS}",
+                        f"--export-json={times}", *programs], check=True, stderr=subprocess.DEVNULL)
+        ours, other = (side["min"] for side in json.loads(times.read_text())["results"])
     print(f"{image.name:12} vpdctl {ours * 1000:6.2f} ms   decode-dimms {other * 1000:6.2f} ms   ratio "
           f"{other / ours:5.1f}   goal: at least 10")
 

@@ -5,7 +5,6 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <ctime>
 
@@ -41,7 +40,7 @@ struct LoadEnd {
 };
 
 LoadEnd load(const char* path, StatusList& list) {
-    std::array<char, 16384> buffer;  // a whole log takes few system calls
+    vpdd::LogBuffer buffer;
     const vpdd::File file(std::fopen(path, "r"));
     if (file == nullptr) return {not_loaded, errno == ENOENT};
     std::setvbuf(file.get(), buffer.data(), _IOFBF, buffer.size());
@@ -77,6 +76,11 @@ CutRewrite compare_with_backup() {
     const LoadEnd log = count_valid_entries(vpdd::activity_log);
     if (!backup.is_whole || !log.is_whole) return CutRewrite::cannot_be_told;
     return backup.result > log.result ? CutRewrite::keep_backup : CutRewrite::keep_log;
+}
+
+void note_incomplete(const ComponentVpdRecord& entry) {
+    vpdd::log_line(vpdd::log_warning, "log_write_node", "Incompleted component data(Name=%s, ID=%x).\n",
+                   vpdd::Terminated(entry.name).c_str(), entry.fru_id);
 }
 
 const StatusNode* newest_open_entry(const StatusList& list, uint8_t fru_id) {
@@ -138,6 +142,7 @@ bool LogRewrite::begin(StatusList& list) {
         put_backup_back();
         return false;
     }
+    std::setvbuf(file_.get(), buffer_.data(), _IOFBF, buffer_.size());
     for (; loaded_ >= most_entries; --loaded_) remove_status_node(&list, list.head);
 
     // Deliberate: the lock is taken only now that the file has been truncated.
@@ -152,8 +157,11 @@ void LogRewrite::write(const StatusList& list) {
     for (const StatusNode* node = list.head; node != nullptr; node = node->next) write(node->entry);
 }
 
-bool LogRewrite::end() {
+bool LogRewrite::end(const ComponentVpdRecord* last) {
+    // An entry that found the device full was named when it was written; what was still in the buffer was not.
+    const bool was_full = std::ferror(file_.get()) != 0;
     const bool is_written = is_on_device(file_.get());
+    if (!was_full && std::ferror(file_.get()) != 0 && last != nullptr) note_incomplete(*last);
     file_.reset();
     lock_.release();
     if (is_written) {
@@ -195,9 +203,7 @@ extern "C" int log_inventory(StatusList* list) {
 
 extern "C" void log_write_node(FILE* stream, const ComponentVpdRecord* record) {
     if (stream == nullptr || record == nullptr) return;
-    if (std::fwrite(record, 1, sizeof *record, stream) == sizeof *record) return;
-    vpdd::log_line(vpdd::log_warning, __func__, "Incompleted component data(Name=%s, ID=%x).\n",
-                   vpdd::Terminated(record->name).c_str(), record->fru_id);
+    if (std::fwrite(record, 1, sizeof *record, stream) < sizeof *record) note_incomplete(*record);
 }
 
 extern "C" void log_update(const ComponentVpdRecord* record, int mode) {
@@ -211,5 +217,5 @@ extern "C" void log_update(const ComponentVpdRecord* record, int mode) {
     } else {
         rewrite.write(*record);
     }
-    rewrite.end();
+    rewrite.end(record);
 }

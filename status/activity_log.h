@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <array>
 #include <cstdio>
 
 #include "base/file_handle.h"
@@ -20,6 +21,9 @@ inline constexpr uint32_t crc_covered = offsetof(ComponentVpdRecord, crc);
 inline uint32_t crc_of(const ComponentVpdRecord& record) {
     return calc_crc(reinterpret_cast<const uint8_t*>(&record), crc_covered);
 }
+
+/// Of a stream that reads or writes a whole log: four times the usual size, a quarter of the system calls.
+using LogBuffer = std::array<char, 16384>;
 
 using LoadedLog = OwnedList<StatusList>;
 
@@ -54,14 +58,16 @@ public:
     bool begin(StatusList& list);
     void write(const ComponentVpdRecord& entry) { log_write_node(file_.get(), &entry); }
     void write(const StatusList& list);
-    /// False when the entries did not reach the device and the log was put back as it was.
-    bool end();
+    /// False when the entries did not reach the device and the log was put back as it was. `last` is what was written
+    /// last; null when nothing was.
+    bool end(const ComponentVpdRecord* last);
 
 private:
     const char* function_;
     SoleWriter sole_writer_;
     int loaded_ = 0;
     ActivityLogLock lock_;
+    LogBuffer buffer_;
     File file_;
 };
 

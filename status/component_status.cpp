@@ -384,5 +384,5 @@ extern "C" int UpdateHardwareActivityLog(const ComponentVpdRecord* record) {
     }
     if (!rewrite.begin(log)) return -1;
     rewrite.write(log);
-    return rewrite.end() ? 0 : -1;
+    return rewrite.end(log.tail != nullptr ? &log.tail->entry : nullptr) ? 0 : -1;
 }

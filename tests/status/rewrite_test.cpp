@@ -46,6 +46,28 @@ protected:
     ComponentVpdRecord added = make_entry(9, "NEW", present, 5000);
 };
 
+/// No file of this process grows beyond some entries while this lives. The backup is made by a process of its own, with
+/// no such limit.
+class FullDevice {
+public:
+    FullDevice(FakePlatform& platform, rlim_t entries) : limit_{entries * entry_size, RLIM_INFINITY} {
+        platform.shell_command.model([this](const std::string& command) {
+            setrlimit(RLIMIT_FSIZE, &none_);
+            const int result = run_command(command);
+            setrlimit(RLIMIT_FSIZE, &limit_);
+            return result;
+        });
+        std::signal(SIGXFSZ, SIG_IGN);
+    }
+    ~FullDevice() { setrlimit(RLIMIT_FSIZE, &none_); }
+    FullDevice(const FullDevice&) = delete;
+    FullDevice& operator=(const FullDevice&) = delete;
+
+private:
+    rlimit none_{RLIM_INFINITY, RLIM_INFINITY};
+    rlimit limit_;
+};
+
 class LogUpdateOfLength : public LogUpdate, public testing::WithParamInterface<std::size_t> {};
 
 }  // namespace
@@ -407,24 +429,27 @@ TEST_F(LogUpdate, GoesOnAfterAShortWriteAndDeletesTheBackup) {
 }
 
 TEST_F(LogUpdate, PutsTheBackupBackOnAFullDevice) {
-    write_log(make_entries(8));
-    const std::string before = read_file(log_path);
-    // Files may not grow beyond three entries: the backup is made by a process of its own, with no such limit.
-    platform.shell_command.model([](const std::string& command) {
-        const rlimit none{RLIM_INFINITY, RLIM_INFINITY}, three_entries{3 * entry_size, RLIM_INFINITY};
-        setrlimit(RLIMIT_FSIZE, &none);
-        const int result = run_command(command);
-        setrlimit(RLIMIT_FSIZE, &three_entries);
-        return result;
-    });
-    std::signal(SIGXFSZ, SIG_IGN);
+    for (const std::size_t entries : {1U, 2U, 8U, 30U, 249U}) {
+        platform.reset();
+        write_log(make_entries(entries));
+        const std::string before = read_file(log_path);
+        {
+            const FullDevice device(platform, entries / 2);
+            log_update(&added, append);
+        }
+        EXPECT_TRUE(platform.logged_containing(warning, "log_write_node - Incompleted component data(Name=Fan"))
+            << entries;
+        EXPECT_EQ(commands(), (Words{back_up, put_backup_back})) << entries;
+        EXPECT_TRUE(file_holds(log_path, before)) << entries;
+    }
+}
+
+TEST_F(LogUpdate, NamesTheNewEntryWhereOnlyItFindsTheDeviceFull) {
+    write_log(make_entries(3));
+    const FullDevice device(platform, 3);
     log_update(&added, append);
-    const rlimit none{RLIM_INFINITY, RLIM_INFINITY};
-    setrlimit(RLIMIT_FSIZE, &none);
-    EXPECT_TRUE(
-        platform.logged_containing(warning, "log_write_node - Incompleted component data(Name=Fan 5, ID=5).\n"));
+    EXPECT_TRUE(platform.logged(warning, pid_line("log_write_node - Incompleted component data(Name=Fan 9, ID=9).\n")));
     EXPECT_EQ(commands(), (Words{back_up, put_backup_back}));
-    EXPECT_TRUE(file_holds(log_path, before));
 }
 
 TEST_F(LogUpdate, GoesOnWithoutABackup) {
