@@ -403,11 +403,10 @@ testing::AssertionResult FakePlatform::logged_containing(int priority, std::stri
                                        << listed(log());
 }
 
-testing::AssertionResult FakePlatform::logged_located(int priority, std::string_view function,
+testing::AssertionResult FakePlatform::logged_at_line(int priority, std::string_view function,
                                                       std::string_view text) const {
-    const std::string head =
-        formatted("pid=%d, tid=%d, %.*s(", getpid(), gettid(), static_cast<int>(function.size()), function.data());
-    const std::string tail = ") - " + std::string(text);
+    const std::string head = std::string(function) + "(";
+    const std::string tail = ")" + std::string(text);
     const auto matches = [&](const LogLine& line) {
         if (line.priority != priority || !line.text.starts_with(head)) return false;
         const std::size_t digits = line.text.find_first_not_of("0123456789", head.size());
@@ -417,6 +416,13 @@ testing::AssertionResult FakePlatform::logged_located(int priority, std::string_
     if (std::any_of(lines.begin(), lines.end(), matches)) return testing::AssertionSuccess();
     return testing::AssertionFailure() << priority << " \"" << head << "<line>" << tail << "\" was not logged; "
                                        << listed(lines);
+}
+
+testing::AssertionResult FakePlatform::logged_located(int priority, std::string_view function,
+                                                      std::string_view text) const {
+    const std::string name(function);
+    return logged_at_line(priority, formatted("pid=%d, tid=%d, %s", getpid(), gettid(), name.c_str()),
+                          " - " + std::string(text));
 }
 
 testing::AssertionResult FakePlatform::logged_nothing() const {

@@ -372,6 +372,8 @@ public:
     /// Whether exactly this line was logged. The failure message lists what was.
     testing::AssertionResult logged(int priority, std::string_view text) const;
     testing::AssertionResult logged_containing(int priority, std::string_view text) const;
+    /// A line of the form "%s(%d)" and the text, whatever the line number.
+    testing::AssertionResult logged_at_line(int priority, std::string_view function, std::string_view text) const;
     /// A line of the form "pid=%d, tid=%d, %s(%d) - " and the text, whatever the line number.
     testing::AssertionResult logged_located(int priority, std::string_view function, std::string_view text) const;
     testing::AssertionResult logged_nothing() const;

@@ -113,20 +113,6 @@ protected:
         });
         return calls;
     }
-
-    /// "FUNCTION(line) - text", whatever the line.
-    testing::AssertionResult logged_at_line(int priority, std::string_view function, std::string_view text) const {
-        const std::string head = std::string(function) + "(";
-        const std::string tail = ")" + std::string(text);
-        for (const LogLine& line : platform.log(priority)) {
-            if (!line.text.starts_with(head)) continue;
-            const std::size_t digits = line.text.find_first_not_of("0123456789", head.size());
-            if (digits > head.size() && digits != std::string::npos && line.text.substr(digits) == tail) {
-                return testing::AssertionSuccess();
-            }
-        }
-        return platform.logged(priority, head + "<line>" + tail);
-    }
 };
 
 }  // namespace vpdd::test

@@ -746,7 +746,8 @@ TEST_F(ImageReadTest, ReadsTheLargestImageThatAFruCanHave) {
 
     EXPECT_EQ(requests_of(5), requests_for(5, 65535));
     EXPECT_TRUE(is_maker(records().at(0)));
-    EXPECT_TRUE(logged_at_line(warning, "CreateComponentVPDCache", " - FRU size is larger than 512, fru_size=65535"));
+    EXPECT_TRUE(
+        platform.logged_at_line(warning, "CreateComponentVPDCache", " - FRU size is larger than 512, fru_size=65535"));
 }
 
 TEST_F(ImageReadTest, SendsNoRequestsBeyondThoseOfTheImages) {
@@ -785,7 +786,8 @@ TEST_F(ImageReadTest, ReportsAnImageAboveTheUsualSize) {
     platform.fru(6, image(512));
     create({FruLocator(5, "a"), FruLocator(6, "b")});
 
-    EXPECT_TRUE(logged_at_line(warning, "CreateComponentVPDCache", " - FRU size is larger than 512, fru_size=513"));
+    EXPECT_TRUE(
+        platform.logged_at_line(warning, "CreateComponentVPDCache", " - FRU size is larger than 512, fru_size=513"));
     EXPECT_THAT(platform.log(warning), SizeIs(2)) << "FRU 0 and this";
 }
 
@@ -801,7 +803,7 @@ TEST_F(ImageReadTest, GoesOnWithTheNextFruWhenThereIsNoMemoryForTheImage) {
         ASSERT_TRUE(failing.has_failed());
     }
 
-    EXPECT_TRUE(logged_at_line(warning, "CreateComponentVPDCache", " - calloc FRU data fail"));
+    EXPECT_TRUE(platform.logged_at_line(warning, "CreateComponentVPDCache", " - calloc FRU data fail"));
     EXPECT_EQ(records().at(0).is_cached, 0);
     EXPECT_STREQ(records().at(0).name, "a");
     EXPECT_THAT(requests_of(5), IsEmpty());
@@ -821,8 +823,9 @@ TEST_F(ImageReadTest, GoesOnWithTheNextFruWhenTheImageCannotGrow) {
         EXPECT_EQ(failing.live_blocks(), nodes);
     }
 
-    EXPECT_TRUE(logged_at_line(warning, "CreateComponentVPDCache", " - FRU size is larger than 512, fru_size=4000"));
-    EXPECT_TRUE(logged_at_line(warning, "CreateComponentVPDCache", " - realloc FRU data fail"));
+    EXPECT_TRUE(
+        platform.logged_at_line(warning, "CreateComponentVPDCache", " - FRU size is larger than 512, fru_size=4000"));
+    EXPECT_TRUE(platform.logged_at_line(warning, "CreateComponentVPDCache", " - realloc FRU data fail"));
     EXPECT_THAT(platform.log(warning).back().text, HasSubstr("realloc FRU data fail")) << "the size comes first";
     EXPECT_EQ(records().at(0).is_cached, 0);
     EXPECT_THAT(requests_of(5), SizeIs(1)) << "nothing but its size";
@@ -864,11 +867,11 @@ TEST_P(FailedChunkTest, IsReportedWithWhatIsLeftToRead) {
     create({FruLocator(5, "PSU 1"), FruLocator(6, "PSU 2")});
 
     EXPECT_THAT(platform.log(error), SizeIs(1));
-    EXPECT_TRUE(
-        logged_at_line(error, "CreateComponentVPDCache",
-                       formatted(" Read FRU fail! FRU_NAME=PSU 1, FRU_ID=5, mfg_id= board=(nil), product=(nil), "
-                                 "fru_size=%zu, offset=%zu",
-                                 600 - offset, offset)));
+    EXPECT_TRUE(platform.logged_at_line(
+        error, "CreateComponentVPDCache",
+        formatted(" Read FRU fail! FRU_NAME=PSU 1, FRU_ID=5, mfg_id= board=(nil), product=(nil), "
+                  "fru_size=%zu, offset=%zu",
+                  600 - offset, offset)));
     EXPECT_EQ(records().at(0).is_cached, 0);
     EXPECT_STREQ(records().at(0).mfg_id, "");
     EXPECT_TRUE(is_maker(records().at(1)));

@@ -140,7 +140,7 @@ TEST_F(DcmiTest, ReportsASizeAbove256) {
     image.resize(257);
     EXPECT_EQ(export_of(image), 0);
 
-    EXPECT_TRUE(logged_at_line(warning, function, " - FRU size is larger than 256, fru_size=257"));
+    EXPECT_TRUE(platform.logged_at_line(warning, function, " - FRU size is larger than 256, fru_size=257"));
     EXPECT_THAT(platform.log(), SizeIs(1));
     EXPECT_THAT(platform.configuration(), ElementsAre(type(3), language(9), type(3), language(9)));
 }
@@ -148,7 +148,7 @@ TEST_F(DcmiTest, ReportsASizeAbove256) {
 TEST_F(DcmiTest, FailsWithoutASize) {
     EXPECT_EQ(UpdateFRUID0InfoToTARNForDCMI(), -1);
 
-    EXPECT_TRUE(logged_at_line(warning, function, " - Failed to call read_fru_size()!"));
+    EXPECT_TRUE(platform.logged_at_line(warning, function, " - Failed to call read_fru_size()!"));
     EXPECT_THAT(platform.log(), SizeIs(1));
     EXPECT_THAT(platform.configuration(), IsEmpty());
 }
@@ -193,7 +193,7 @@ TEST_F(DcmiTest, FailsWithoutMemoryForTheImage) {
 
     EXPECT_EQ(export_of(FruImage().product(product("asset")).padded_to(300).build()), -1);
 
-    EXPECT_TRUE(logged_at_line(warning, function, " - realloc FRU data fail"));
+    EXPECT_TRUE(platform.logged_at_line(warning, function, " - realloc FRU data fail"));
     EXPECT_THAT(platform.log(), ElementsAre(testing::Field(&LogLine::text, HasSubstr("FRU size is larger than 256")),
                                             testing::Field(&LogLine::text, HasSubstr("realloc FRU data fail"))));
     EXPECT_THAT(platform.requests(), SizeIs(1));

@@ -97,9 +97,10 @@ TEST_F(SecondRunTest, NamesTheMakerThatTheFirstRunReadOfAFruThatFails) {
     fail_chunk(128);
     second_run();
 
-    EXPECT_TRUE(logged_at_line(error, "CreateComponentVPDCache",
-                               " Read FRU fail! FRU_NAME=FRU 5, FRU_ID=5, mfg_id=maker board=(nil), product=(nil), "
-                               "fru_size=172, offset=128"));
+    EXPECT_TRUE(
+        platform.logged_at_line(error, "CreateComponentVPDCache",
+                                " Read FRU fail! FRU_NAME=FRU 5, FRU_ID=5, mfg_id=maker board=(nil), product=(nil), "
+                                "fru_size=172, offset=128"));
 }
 
 TEST_F(SecondRunTest, KeepsTheTextsOfAFruThatFails) {

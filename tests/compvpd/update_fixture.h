@@ -56,7 +56,7 @@ protected:
     }
 
     testing::AssertionResult update_logged(int priority, std::string_view text) const {
-        return logged_at_line(priority, update_name, text);
+        return platform.logged_at_line(priority, update_name, text);
     }
 
     /// The journal of an update, with the locks.

@@ -116,8 +116,8 @@ TEST_F(HostileLog, PollsAReplacedComponent) {
     insert(5);
     write_log({unterminated(make_entry(5, "A", present, 67768036191676799))});
     UpdateComponentStatus(poll_mode);
-    EXPECT_TRUE(
-        logged_at_line(info, "UpdateComponentStatus", ": FRU Name=" + full_name + ",fru_serial=" + full_serial + "\n"));
+    EXPECT_TRUE(platform.logged_at_line(info, "UpdateComponentStatus",
+                                        ": FRU Name=" + full_name + ",fru_serial=" + full_serial + "\n"));
 }
 
 TEST_F(HostileLog, PollsARestoredProcessor) {

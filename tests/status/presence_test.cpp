@@ -215,17 +215,19 @@ TEST_F(CpuProbe, LeavesAComponentAloneWhoseStateIsUnavailable) {
         EXPECT_TRUE(is_same_entry(*cached(5), before));
     }
     EXPECT_TRUE(nothing_happened());
-    EXPECT_TRUE(logged_at_line(info, "UpdateComponentStatus",
-                               ": Sensor State Unavailable CPU 1 status=0, cur_status=1, is_cached=1, stateValue=0, "
-                               "szState=Unavailable\n"));
+    EXPECT_TRUE(
+        platform.logged_at_line(info, "UpdateComponentStatus",
+                                ": Sensor State Unavailable CPU 1 status=0, cur_status=1, is_cached=1, stateValue=0, "
+                                "szState=Unavailable\n"));
 }
 
 TEST_F(CpuProbe, LogsTheStateOfAnUnavailableSensor) {
     sensors({{"CPU 1", 0x0181, "Unavailable"}});
     poll();
-    EXPECT_TRUE(logged_at_line(info, "UpdateComponentStatus",
-                               ": Sensor State Unavailable CPU 1 status=1, cur_status=1, is_cached=1, stateValue=385, "
-                               "szState=Unavailable\n"));
+    EXPECT_TRUE(
+        platform.logged_at_line(info, "UpdateComponentStatus",
+                                ": Sensor State Unavailable CPU 1 status=1, cur_status=1, is_cached=1, stateValue=385, "
+                                "szState=Unavailable\n"));
 }
 
 TEST_F(CpuProbe, HeedsTheCaseOfUnavailable) {
@@ -236,8 +238,8 @@ TEST_F(CpuProbe, HeedsTheCaseOfUnavailable) {
 TEST_F(CpuProbe, HasNoSensorWhenTheCallFails) {
     platform.sensor_read.always({-9});
     EXPECT_EQ(poll(), no_sensor);
-    EXPECT_TRUE(logged_at_line(info, "get_sensor_reading_by_fruname", ": Get sensor info fail, return=-9\n"));
-    EXPECT_TRUE(logged_at_line(info, "UpdateComponentStatus", ": Can't found the CPU 1's sensor\n"));
+    EXPECT_TRUE(platform.logged_at_line(info, "get_sensor_reading_by_fruname", ": Get sensor info fail, return=-9\n"));
+    EXPECT_TRUE(platform.logged_at_line(info, "UpdateComponentStatus", ": Can't found the CPU 1's sensor\n"));
 }
 
 TEST_F(CpuProbe, HasNoSensorWhenTheCallFailsPositively) {
@@ -248,8 +250,8 @@ TEST_F(CpuProbe, HasNoSensorWhenTheCallFailsPositively) {
 TEST_F(CpuProbe, HasNoSensorWhenLessThanAnEntryCameBack) {
     platform.sensor_read.always({0, sensor_entries({{"CPU 1"}}), 1491});
     EXPECT_EQ(poll(), no_sensor);
-    EXPECT_TRUE(logged_at_line(info, "get_sensor_reading_by_fruname", ": No sensor info for type 7\n"));
-    EXPECT_TRUE(logged_at_line(info, "UpdateComponentStatus", ": Can't found the CPU 1's sensor\n"));
+    EXPECT_TRUE(platform.logged_at_line(info, "get_sensor_reading_by_fruname", ": No sensor info for type 7\n"));
+    EXPECT_TRUE(platform.logged_at_line(info, "UpdateComponentStatus", ": Can't found the CPU 1's sensor\n"));
 }
 
 TEST_F(CpuProbe, HasNoSensorWithoutMemory) {
@@ -259,7 +261,7 @@ TEST_F(CpuProbe, HasNoSensorWithoutMemory) {
     EXPECT_EQ(poll(), no_sensor);
     EXPECT_TRUE(watch.has_failed());
     EXPECT_EQ(platform.sensor_read.count(), 0U);
-    EXPECT_TRUE(logged_at_line(info, "UpdateComponentStatus", ": Can't found the CPU 1's sensor\n"));
+    EXPECT_TRUE(platform.logged_at_line(info, "UpdateComponentStatus", ": Can't found the CPU 1's sensor\n"));
 }
 
 TEST_F(CpuProbe, IsContentWithExactlyOneEntry) {

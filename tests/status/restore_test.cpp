@@ -190,7 +190,7 @@ TEST_F(Restore, LogsTheSlotOfAProcessor) {
     cache({make_cpu(5, 2, "A")});
     write_log({make_cpu(5, 2, "A")});
     UpdateComponentStatus(restore_mode);
-    EXPECT_TRUE(logged_at_line(info, "UpdateComponentStatus", ": CPU slot num:2, fru id:5"));
+    EXPECT_TRUE(platform.logged_at_line(info, "UpdateComponentStatus", ": CPU slot num:2, fru id:5"));
 }
 
 TEST_F(Restore, ReportsASlotAboveTheLimit) {
@@ -199,8 +199,8 @@ TEST_F(Restore, ReportsASlotAboveTheLimit) {
         if (slot == 33) cache({cpu});
         write_log({cpu});
         UpdateComponentStatus(restore_mode);
-        EXPECT_TRUE(
-            logged_at_line(info, "UpdateComponentStatus", formatted(": CPU slot num %d is over limit 32", slot)));
+        EXPECT_TRUE(platform.logged_at_line(info, "UpdateComponentStatus",
+                                            formatted(": CPU slot num %d is over limit 32", slot)));
     }
 }
 

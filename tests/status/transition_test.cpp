@@ -76,7 +76,7 @@ TEST_F(Transition, PresentWithoutVpdIsOnlyReported) {
     poll();
     EXPECT_TRUE(is_same_entry(*cached(5), record));
     EXPECT_TRUE(nothing_happened());
-    EXPECT_TRUE(logged_at_line(info, "UpdateComponentStatus", ":FRU Name=Fan 5 isn't cached!!!\n"));
+    EXPECT_TRUE(platform.logged_at_line(info, "UpdateComponentStatus", ":FRU Name=Fan 5 isn't cached!!!\n"));
 }
 
 // ---- a processor with other VPD
@@ -195,7 +195,7 @@ TEST_F(Transition, AProcessorInASlotAboveTheLimitHasNoCopy) {
     *cached(5) = changed(logged);
     poll();
     EXPECT_EQ(announced(), (Words{"CPU 33"}));
-    EXPECT_TRUE(logged_at_line(info, "UpdateComponentStatus", ": CPU slot num 33 is over limit 32"));
+    EXPECT_TRUE(platform.logged_at_line(info, "UpdateComponentStatus", ": CPU slot num 33 is over limit 32"));
 }
 
 // ---- a replaced part
@@ -240,7 +240,7 @@ TEST_F(Transition, AReplacedPartIsToldInOrder) {
               (Words{"rewrite", "message 72", "history 0", "history 1", "[UPDATE_2]", "event compvpd_state_event"}));
     EXPECT_EQ(recorded(), (Words{"OLD 0", "NEW 1"}));
     EXPECT_EQ(announced(), (Words{"Fan 5"}));
-    EXPECT_TRUE(logged_at_line(info, "UpdateComponentStatus", ": FRU Name=Fan 5,fru_serial=OLD\n"));
+    EXPECT_TRUE(platform.logged_at_line(info, "UpdateComponentStatus", ": FRU Name=Fan 5,fru_serial=OLD\n"));
     EXPECT_TRUE(platform.logged(info, update_line("UPDATE_2", *cached(5))));
     EXPECT_EQ(platform.events(), state_event);
 }
@@ -449,7 +449,7 @@ TEST_F(Transition, AnInstalledPartWithoutVpdIsOnlyReported) {
     poll();
     EXPECT_TRUE(is_same_entry(*cached(5), record));
     EXPECT_TRUE(nothing_happened());
-    EXPECT_TRUE(logged_at_line(info, "UpdateComponentStatus", ":FRU Name=Fan 5 isn't cached!!!\n"));
+    EXPECT_TRUE(platform.logged_at_line(info, "UpdateComponentStatus", ":FRU Name=Fan 5 isn't cached!!!\n"));
 }
 
 TEST_F(Transition, AProcessorWithoutVpdWhoseSensorIsBackIsOnlyReported) {

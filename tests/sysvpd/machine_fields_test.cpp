@@ -311,11 +311,11 @@ TEST_F(MachineFields, ReportsAFileIdAndGoesOnBehindIt) {
 
     EXPECT_EQ(get(), 0);
 
-    EXPECT_TRUE(
-        logged_at_line(platform, warning, "GetMachineFields",
-                       formatted("File ID is not empty, either BMC version upgraded or FRU error ! fru_size=%d, "
-                                 "file id type length=%d\n",
-                                 static_cast<int>(image.size()), 0xC5)));
+    EXPECT_TRUE(platform.logged_at_line(
+        warning, "GetMachineFields",
+        formatted(" File ID is not empty, either BMC version upgraded or FRU error ! fru_size=%d, "
+                  "file id type length=%d\n",
+                  static_cast<int>(image.size()), 0xC5)));
     EXPECT_EQ(platform.log().size(), 1U);
     EXPECT_TRUE(holds(record.pairs[0].label, "MTM"));
     EXPECT_EQ(length, 420U);
@@ -340,9 +340,9 @@ TEST_F(MachineFields, ReportsAMissingProductAreaAsASuccess) {
 
     EXPECT_EQ(length, untouched);
     EXPECT_THAT(content(record), Each(0));
-    EXPECT_TRUE(logged_at_line(platform, warning, "GetMachineFields",
-                               "product area empty, either BMC version upgraded or FRU error ! fru_size=64, "
-                               "product=(nil)\n"));
+    EXPECT_TRUE(platform.logged_at_line(warning, "GetMachineFields",
+                                        " product area empty, either BMC version upgraded or FRU error ! fru_size=64, "
+                                        "product=(nil)\n"));
     EXPECT_THAT(platform.configuration(), IsEmpty());
     EXPECT_EQ(output.text(), "--> leave GetMachineFields\n");
 }
@@ -474,7 +474,7 @@ TEST_F(MachineFields, TurnsAFailedChunkIntoMinusNine) {
     EXPECT_EQ(get(), -9);
 
     EXPECT_TRUE(
-        logged_at_line(platform, warning, "GetMachineFields", "Read SYSVPD FRU fail! fru_left=172, offset=128\n"));
+        platform.logged_at_line(warning, "GetMachineFields", " Read SYSVPD FRU fail! fru_left=172, offset=128\n"));
     EXPECT_EQ(length, untouched);
     EXPECT_THAT(content(record), Each(0));
     EXPECT_THAT(platform.configuration(), IsEmpty());
@@ -489,7 +489,7 @@ TEST_F(MachineFields, TurnsAnAbsentLastChunkIntoMinusNine) {
     EXPECT_EQ(get(), -9);
 
     EXPECT_TRUE(
-        logged_at_line(platform, warning, "GetMachineFields", "Read SYSVPD FRU fail! fru_left=44, offset=256\n"));
+        platform.logged_at_line(warning, "GetMachineFields", " Read SYSVPD FRU fail! fru_left=44, offset=256\n"));
 }
 
 TEST_F(MachineFields, TakesAnEmptyFruForOneWithoutAProductArea) {
@@ -501,9 +501,9 @@ TEST_F(MachineFields, TakesAnEmptyFruForOneWithoutAProductArea) {
 
     EXPECT_THAT(platform.requests(),
                 ElementsAre(IpmiCall{0x06, 0x01, {}}, IpmiCall{0x0A, 0x10, {0}}, IpmiCall{0x0A, 0x11, {0, 0, 0, 0}}));
-    EXPECT_TRUE(logged_at_line(platform, warning, "GetMachineFields",
-                               "product area empty, either BMC version upgraded or FRU error ! fru_size=0, "
-                               "product=(nil)\n"));
+    EXPECT_TRUE(platform.logged_at_line(warning, "GetMachineFields",
+                                        " product area empty, either BMC version upgraded or FRU error ! fru_size=0, "
+                                        "product=(nil)\n"));
     EXPECT_EQ(platform.log().size(), 1U);
     EXPECT_EQ(length, untouched);
     EXPECT_THAT(content(record), Each(0));
@@ -519,7 +519,7 @@ TEST_F(MachineFields, TurnsAFailedReadOfAnEmptyFruIntoMinusNine) {
     const IpmiCall empty_read{0x0A, 0x11, {0, 0, 0, 0}};
     EXPECT_THAT(platform.requests(),
                 ElementsAre(IpmiCall{0x06, 0x01, {}}, IpmiCall{0x0A, 0x10, {0}}, empty_read, empty_read, empty_read));
-    EXPECT_TRUE(logged_at_line(platform, warning, "GetMachineFields", "Read SYSVPD FRU fail! fru_left=0, offset=0\n"));
+    EXPECT_TRUE(platform.logged_at_line(warning, "GetMachineFields", " Read SYSVPD FRU fail! fru_left=0, offset=0\n"));
     EXPECT_EQ(length, untouched);
     EXPECT_THAT(content(record), Each(0));
 }
@@ -546,7 +546,7 @@ TEST_F(MachineFields, ReportsThatThereIsNoMemoryForTheImage) {
     const auto requests = platform.requests();
     EXPECT_EQ(std::count_if(requests.begin(), requests.end(), is_read), 0);
     // This one text has a dash behind the line number.
-    EXPECT_TRUE(logged_at_line(platform, warning, "GetMachineFields", "- calloc FRU data fail\n"));
+    EXPECT_TRUE(platform.logged_at_line(warning, "GetMachineFields", " - calloc FRU data fail\n"));
 }
 
 TEST_F(MachineFields, WorksWithoutAPlaceForTheLength) {

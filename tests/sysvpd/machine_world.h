@@ -47,23 +47,6 @@ testing::AssertionResult holds(const char (&field)[Size], std::string_view text)
                                        << testing::PrintToString(expected);
 }
 
-/// Whether a line of this priority is "function(<line>) " and the text.
-inline testing::AssertionResult logged_at_line(const FakePlatform& platform, int priority, const std::string& function,
-                                               std::string_view text) {
-    const std::string head = function + "(";
-    std::string lines;
-    for (const LogLine& line : platform.log()) {
-        lines += "\n  " + testing::PrintToString(line);
-        if (line.priority != priority || !line.text.starts_with(head)) continue;
-        const std::size_t digits = line.text.find_first_not_of("0123456789", head.size());
-        if (digits > head.size() && line.text.substr(digits) == ") " + std::string(text)) {
-            return testing::AssertionSuccess();
-        }
-    }
-    return testing::AssertionFailure() << priority << " \"" << head << "<line>) " << text
-                                       << "\" was not logged:" << lines;
-}
-
 /// Fills every field of the system VPD that the records are made of; also those that only other kinds of machine read.
 inline void set_system_vpd(FakePlatform& platform) {
     using namespace std::string_view_literals;
