@@ -845,10 +845,10 @@ int vpdd_get_properties(const char* path, uint8_t** data_out, uint32_t* length_o
 
 /**
  * @brief Turn the data of vpdd_get_all_properties() into a list in the same order.
- * @param length bytes; nothing behind them is read
+ * @param length bytes; nothing behind them is read: a value that reaches behind them has zeros there, and ends the list
  * @param list_out out: released with freeVpddAllProperites(); null after a failure and for a `length` of 0
- * @return 0; -1 a TLV without a type or without data, or one that reaches behind `length`; -2 null argument; -3 a TLV
- *         does not decode; -4 a path that is no string, a value that is neither string nor bytes, or no memory
+ * @return 0; -1 a TLV without a type or without data; -2 null argument; -3 a TLV does not decode; -4 a path that is no
+ *         string, a value that is neither string nor bytes, or no memory
  */
 int vpdd_format_all_properties(const uint8_t* data, uint32_t length, VpddAllProperties** list_out);
 

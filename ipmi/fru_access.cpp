@@ -16,8 +16,7 @@ constexpr uint8_t read_fru_data = 0x11;                // IPMI 2.0, 34.2
 extern "C" int read_fru_size(uint8_t fru_id, uint32_t* size) {
     const std::array<uint8_t, 1> data{fru_id};
     vpdd::IpmiResponse response{};
-    IpmiRequest request = vpdd::make_request(vpdd::netfn_storage, get_fru_inventory_area_info, data, response);
-    const int result = ipmi_cmd_retry(&request);
+    const int result = vpdd::carry_out(vpdd::netfn_storage, get_fru_inventory_area_info, data, response);
     if (result == 0 && size != nullptr) *size = vpdd::little_endian_16(&response[1]);
     return result;
 }
@@ -25,8 +24,7 @@ extern "C" int read_fru_size(uint8_t fru_id, uint32_t* size) {
 extern "C" int read_fru(uint8_t fru_id, uint16_t offset, uint8_t count, uint8_t* dest) {
     const std::array<uint8_t, 4> data{fru_id, static_cast<uint8_t>(offset), static_cast<uint8_t>(offset >> 8U), count};
     vpdd::IpmiResponse response{};
-    IpmiRequest request = vpdd::make_request(vpdd::netfn_storage, read_fru_data, data, response);
-    const int result = ipmi_cmd_retry(&request);
+    const int result = vpdd::carry_out(vpdd::netfn_storage, read_fru_data, data, response);
     if (dest == nullptr) return result;
 
     // Deliberate: after a failure the destination receives the raw answer, completion code first.

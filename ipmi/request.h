@@ -21,11 +21,8 @@ inline constexpr uint8_t ipmi_not_present = 0xCB;  // IPMI 2.0, table 5-2
 /// Room for the longest answer: completion code, returned count and 255 bytes of data.
 using IpmiResponse = std::array<uint8_t, 1 + 1 + 255 + 1>;
 
-inline IpmiRequest make_request(uint8_t netfn, uint8_t cmd, std::span<const uint8_t> data,
-                                std::span<uint8_t> response) {
-    return {
-        data.data(), response.data(), static_cast<uint32_t>(data.size()), static_cast<int32_t>(response.size()), netfn,
-        cmd};
-}
+/// ipmi_cmd_retry() into a response that the caller has zeroed. What a short answer lacks stays zero, whatever an attempt
+/// that was refused has brought.
+int carry_out(uint8_t netfn, uint8_t cmd, std::span<const uint8_t> data, std::span<uint8_t> response);
 
 }  // namespace vpdd

@@ -86,8 +86,7 @@ int request_page(const uint8_t* key, PageAnswer& answer) {
 
     const std::span sent(reinterpret_cast<const uint8_t*>(&data), request_head_size + key_size);
     const std::span received(reinterpret_cast<uint8_t*>(&answer), sizeof answer);
-    IpmiRequest request = make_request(netfn_oem, get_properties, sent, received);
-    if (ipmi_cmd_retry(&request) == 0) return 0;
+    if (carry_out(netfn_oem, get_properties, sent, received) == 0) return 0;
     log_line(log_warning, transfer_name, "IPMI didn't complete.\n");
     return ipmi_failed;
 }

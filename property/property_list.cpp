@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The list of path and value pairs in the data of a paged transfer.
+#include <algorithm>
+#include <array>
 #include <cstring>
 #include <span>
 
@@ -28,22 +30,24 @@ int failure(int result, const char* text) {
 
 int length_failure() { return failure(wrong_length, "the length of vpdd property is wrong.\n"); }
 
-/// The TLV at the beginning of data; what would reach behind its end is not decoded.
+/// The TLV at the beginning of data. One that reaches behind the end of the data reads as if zeros followed.
 class Tlv {
 public:
     explicit Tlv(std::span<const uint8_t> data) : data_(data) {
-        if (!data.empty()) length_ = vpdd_path_size(data.front(), &type_);
+        if (data.empty()) return;
+        length_ = vpdd_path_size(data.front(), &type_);
+        if (length_ >= data.size()) std::ranges::copy(data, completed_.begin());
     }
 
     uint32_t type() const { return type_; }
     /// Of the data behind the head; 0 also without a head.
     uint32_t length() const { return length_; }
-    bool is_whole() const { return length_ < data_.size(); }
-    const uint8_t* bytes() const { return data_.data(); }
-    std::span<const uint8_t> behind() const { return data_.subspan(1 + length_); }
+    const uint8_t* bytes() const { return length_ < data_.size() ? data_.data() : completed_.data(); }
+    std::span<const uint8_t> behind() const { return data_.subspan(std::min(data_.size(), std::size_t{1} + length_)); }
 
 private:
     std::span<const uint8_t> data_;
+    std::array<uint8_t, longest_string_tlv> completed_{};
     uint32_t type_ = 0;
     uint32_t length_ = 0;
 };
@@ -63,7 +67,6 @@ bool decode(int (*decoder)(const uint8_t*, T**, uint32_t*), const Tlv& tlv, Elem
 int decode_path(const Tlv& path, VpddAllProperties& node) {
     if (path.length() == 0) return length_failure();
     if (path.type() != tlv_string) return failure(wrong_type, "the path is not string.\n");
-    if (!path.is_whole()) return length_failure();
     if (!decode(vpdd_tlv2string, path, node.path)) return failure(undecodable, "vpdd_tlv2string error.\n");
     return 0;
 }
@@ -75,7 +78,6 @@ int decode_value(const Tlv& value, VpddAllProperties& node) {
     if (value.type() != tlv_string && value.type() != tlv_bytes) {
         return failure(wrong_type, "the type of value is not correct.\n");
     }
-    if (!value.is_whole()) return length_failure();
     if (value.type() == tlv_string) {
         if (!decode(vpdd_tlv2string, value, node.value)) return failure(undecodable, "vpdd_tlv2string error.\n");
         return 0;

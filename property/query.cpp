@@ -85,8 +85,7 @@ int send(const uint8_t* path_tlv, PropertyAnswer& answer) {
 
     const std::span sent(reinterpret_cast<const uint8_t*>(&data), request_head_size + path_size);
     const std::span received(reinterpret_cast<uint8_t*>(&answer), sizeof answer);
-    IpmiRequest request = make_request(netfn_oem_group, get_property, sent, received);
-    return ipmi_cmd_retry(&request);
+    return carry_out(netfn_oem_group, get_property, sent, received);
 }
 
 template <class T>

@@ -21,7 +21,6 @@ extern "C" int read_POSID_ext() {
     // Offset of the POS id extension, least significant byte first, the command's constant, and the byte count.
     static constexpr std::array<uint8_t, 4> data{0x0A, 0x00, 0x10, 0x02};
     std::array<uint8_t, 32> response{};
-    IpmiRequest request = vpdd::make_request(vpdd::netfn_oem, cmd_read_system_vpd, data, response);
-    if (ipmi_cmd_retry(&request) != 0) return read_failed;
+    if (vpdd::carry_out(vpdd::netfn_oem, cmd_read_system_vpd, data, response) != 0) return read_failed;
     return machine_class(response[1], response[2]);  // behind the completion code
 }

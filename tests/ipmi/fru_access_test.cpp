@@ -51,7 +51,23 @@ TEST_F(ReadFruSize, ReadsAnEmptySuccessAsSizeZero) {
     EXPECT_EQ(size, 0U);
 }
 
+TEST_F(ReadFruSize, TakesNothingFromAnAttemptThatWasRefused) {
+    platform.ipmi.then({0, {0xC3, 0x34, 0x12}});
+    platform.ipmi.then({0, {0x00}});
+    uint32_t size = 99;
+    EXPECT_EQ(read_fru_size(5, &size), 0);
+    EXPECT_EQ(size, 0U);
+}
+
 using ReadFru = PlatformTest;
+
+TEST_F(ReadFru, TakesNothingFromAnAttemptThatWasRefused) {
+    platform.ipmi.then({0, {0xC3, 4, 'o', 'l', 'd', '!'}});
+    platform.ipmi.then({0, {0x00, 2, 'n', 'e'}});
+    Bytes dest(4, 0x5A);
+    EXPECT_EQ(read_fru(5, 0, 4, dest.data()), 0);
+    EXPECT_THAT(dest, ElementsAre('n', 'e', 0, 0));
+}
 
 TEST_F(ReadFru, AsksForOffsetAndCount) {
     Bytes dest(0x40);

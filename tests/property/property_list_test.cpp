@@ -156,11 +156,6 @@ const Damage damages[] = {
     {"ValueWithoutAType", good_path + Bytes{0x00}, -1, wrong_length},
     {"ValueOfWords", good_path + words_tlv({1, 2}), -4, wrong_value},
     {"ValueOfTheOtherType", good_path + Bytes{0x44, 1}, -4, wrong_value},
-    {"StringHeadAlone", good_path + Bytes{0x81}, -1, wrong_length},
-    {"StringCut", good_path + Bytes{0x83, 'o', 'n'}, -1, wrong_length},
-    {"LongestStringCut", good_path + Bytes{0xFF} + Bytes(126, 'x'), -1, wrong_length},
-    {"BytesHeadAlone", good_path + Bytes{0x11}, -1, wrong_length},
-    {"BytesCut", good_path + Bytes{0x10} + Bytes(15, 1), -1, wrong_length},
 };
 
 class DamagedList : public PropertyList, public testing::WithParamInterface<Damage> {
@@ -184,16 +179,44 @@ TEST_P(DamagedList, IsNoneAlsoBehindGoodPairs) {
 
 INSTANTIATE_TEST_SUITE_P(All, DamagedList, testing::ValuesIn(damages), [](const auto& row) { return row.param.name; });
 
-TEST_F(PropertyList, IsNoneWhereverTheDataAreCut) {
+// A value that reaches behind the length ends the list, as one that ends with it does.
+TEST_F(PropertyList, EndsWithAValueThatReachesBehindItsLength) {
+    const Bytes first = string_tlv("/a") + string_tlv("one") + string_tlv("/b");
+    struct {
+        Bytes value;
+        uint32_t type, length;
+        Bytes text;
+    } const rows[] = {
+        {{0x81}, string_type, 1, {}},
+        {{0x83, 'o', 'n'}, string_type, 3, {'o', 'n'}},
+        {Bytes{0xFF} + Bytes(126, 'x'), string_type, 127, Bytes(126, 'x')},
+        {{0x11}, bytes_type, 1, {}},
+        {Bytes{0x10} + Bytes(15, 1), bytes_type, 16, Bytes(15, 1)},
+    };
+    for (const auto& row : rows) {
+        const Bytes data = first + row.value + Bytes(200, 0x5A);
+        const List list(data, first.size() + row.value.size());
+        ASSERT_EQ(list.result, 0);
+        const auto nodes = list.nodes();
+        ASSERT_THAT(nodes, SizeIs(2));
+        EXPECT_EQ(nodes[1]->type, row.type);
+        EXPECT_EQ(nodes[1]->length, row.length);
+        EXPECT_EQ(whole_value(*nodes[1]), filled(row.text)) << "nothing behind the length is read";
+    }
+    EXPECT_TRUE(platform.logged_nothing());
+}
+
+TEST_F(PropertyList, IsNoneWhereThePathIsCutOrHasNoValue) {
     const Bytes pair = string_tlv("/a") + string_tlv("one");
     const Bytes data = pair + string_tlv("/b") + bytes_tlv(Bytes(16, 1));
-    for (std::size_t length = 1; length < data.size(); ++length) {
-        if (length == pair.size()) continue;
+    const auto ends_in_a_path = [&](std::size_t length) {
+        return length % pair.size() >= 1 && length % pair.size() <= 3;
+    };
+    for (std::size_t length = 1; length <= 2 * pair.size(); ++length) {
         const AllocationWatch watch;
         const List list(data, length);
-        EXPECT_EQ(list.result, -1) << length;
-        EXPECT_EQ(list.head, nullptr);
-        EXPECT_EQ(watch.live_blocks(), 0U);
+        EXPECT_EQ(list.result, ends_in_a_path(length) ? -1 : 0) << length;
+        EXPECT_EQ(list.head == nullptr, ends_in_a_path(length)) << length;
     }
 }
 

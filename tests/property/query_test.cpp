@@ -158,6 +158,12 @@ TEST_F(SingleProperty, OfAShortAnswerIsFilledUpWithZeros) {
 
 // ---- failures
 
+TEST_F(SingleProperty, TakesNothingFromAnAttemptThatWasRefused) {
+    platform.ipmi.then({0, Bytes{0xC3, 0, 0, 0, 0, 0, 4} + string_tlv("old")});
+    platform.ipmi.then(ipmi_completion(0));
+    expect_failed(read("/v2/name"), -3);
+}
+
 TEST_F(SingleProperty, FailsWhenTheRequestDoes) {
     platform.ipmi.fail_always();
     expect_failed(read("/a"), -2);
