@@ -99,23 +99,28 @@ TEST_F(CheckSpdCrc, DoesNotLookAtTheLengthOfOtherGenerations) {
     EXPECT_EQ(check(blank_image(ddr5), 0), 1);
 }
 
-TEST_F(CheckSpdCrc, CoversAHundredAndTwentySixBytesOfADdr4Image) {
-    Ddr4Image image;
-    image.byte(0, 0xA3).seal();
+TEST_F(CheckSpdCrc, CoversAHundredAndTwentySixBytesOfADdr4ImageWithBit7Too) {
+    for (Ddr4Image image : {Ddr4Image(), Ddr4Image().persistent()}) {
+        image.byte(0, 0xA3).seal();
 
-    EXPECT_EQ(check(Ddr4Image(image).byte(125, 1).build()), -1);
-    EXPECT_EQ(check(Ddr4Image(image).byte(128, 1).build()), 1);
+        EXPECT_EQ(check(image.build()), 1);
+        EXPECT_EQ(check(Ddr4Image(image).byte(117, 1).build()), -1);
+        EXPECT_EQ(check(Ddr4Image(image).byte(125, 1).build()), -1);
+        EXPECT_EQ(check(Ddr4Image(image).byte(128, 1).build()), 1);
+    }
 }
 
 TEST_F(CheckSpdCrc, TellsARightImageWithAnotherExpectedValueFromAWrongImage) {
-    const Bytes image = Ddr4Image().seal().build();
-    const uint16_t crc = stored_crc(image);
+    for (const Bytes& image : {Ddr3Image().seal().build(), Ddr3Image().byte(0, 0x92).seal().build(),
+                               Ddr4Image().seal().build(), Ddr4Image().persistent().seal().build()}) {
+        const uint16_t crc = stored_crc(image);
 
-    EXPECT_EQ(check(image, 224, crc ^ 0x0001), 0);
+        EXPECT_EQ(check(image, 224, crc ^ 0x0001), 0) << int{image[2]};
 
-    EXPECT_TRUE(platform.logged(12, pid_line("check_spd_crc - fails to compare with the calculated CRC 0x%02x and the "
-                                             "SPD info's CRC 0x%02x\n",
-                                             crc, crc ^ 0x0001)));
+        EXPECT_TRUE(platform.logged(12, pid_line("check_spd_crc - fails to compare with the calculated CRC 0x%02x and "
+                                                 "the SPD info's CRC 0x%02x\n",
+                                                 crc, crc ^ 0x0001)));
+    }
 }
 
 TEST_F(CheckSpdCrc, ComparesOnlySixteenBitsOfTheExpectedValue) {

@@ -265,6 +265,24 @@ TEST_F(HandleDdr4, LeavesTheCasFieldsOfAnNvdimmAsTheyWere) {
     EXPECT_EQ(memcmp(&record->cas_latency, "UUUU", 4), 0);
 }
 
+TEST_F(HandleDdr4, ListsTheLatenciesOfADdr4ModuleThatIsAnNvdimmN) {
+    const SpdInfo record = decoded(server_module().byte(204, 0x21).build());
+
+    EXPECT_EQ(record.cas_latency, 13.75F);
+    EXPECT_STREQ(record.cas_latencies_supports, "10,11,12,13,14,15,16,17,18,19,20,21,22,24");
+}
+
+TEST_F(HandleDdr4, EmptiesTheCasFieldsOfOtherTypes) {
+    for (const uint8_t type : {uint8_t{0x00}, uint8_t{0x08}, uint8_t{0x0A}, uint8_t{0x0E}, ddr5, uint8_t{0xFF}}) {
+        const auto record = record_full_of(0x55);
+
+        vpdd_Handle_DDR4_SPD(server_module().byte(2, type).build().data(), record.get());
+
+        EXPECT_EQ(record->cas_latency, 0.0F) << int{type};
+        EXPECT_EQ(whole(record->cas_latencies_supports), std::string(132, '\0')) << int{type};
+    }
+}
+
 // ---- size and geometry
 
 TEST_F(HandleDdr4, TakesTheFlashCapacityOfAFlashDimmMaker) {

@@ -107,9 +107,12 @@ TEST_F(CalculateDimmDdr5Size, OfTheLargestNvdimmIsBelowZero) {
 }
 
 TEST_F(CalculateDimmDdr5Size, OfAnNvdimmInAnotherLayoutIsThatOfDdr5) {
-    Bytes image = image_with(nvdimm, {{0, '#'}, {4, 0x04}, {6, 0x20}, {234, 0x08}, {235, 0x22}});
-
-    EXPECT_EQ(size_of(image), 32);
+    // The hybrid area, which is not read, would make 16 GB.
+    Bytes image = image_with(nvdimm, {{4, 0x04}, {6, 0x20}, {234, 0x08}, {235, 0x22}, {592, 5}, {594, 0x10}, {597, 3}});
+    for (const unsigned first : {0x00, 0x23, 0x2F, 0x31, 0x70, 0xB0, 0xFF}) {
+        image[0] = static_cast<uint8_t>(first);
+        EXPECT_EQ(size_of(image), 32) << first;
+    }
 }
 
 TEST_F(CalculateDimmDdr5Size, OfDdr5DoesNotLookAtByteZero) {
@@ -275,10 +278,11 @@ TEST_F(CalculateTwrMin, StopsAtAnUnknownSpeedBin) {
     EXPECT_EQ(platform.log(6).size(), 7U);
 }
 
-TEST_F(CalculateTwrMin, TellsKeysWithoutLeadingZerosApartFromWholeOnes) {
+TEST_F(CalculateTwrMin, TakesWholeKeysOnly) {
     diagnose({{24, 0x01}, {25, 0x0E}});
+    diagnose({{24, 0x7A}, {25, 0xD0}, {28, 0x05}});
 
-    EXPECT_EQ(platform.log(8), lines(8, {"monoSpeedBin:1E000 is unexpected."}));
+    EXPECT_EQ(platform.log(8), lines(8, {"monoSpeedBin:1E000 is unexpected.", "monoSpeedBin:7AD0005 is unexpected."}));
 }
 
 TEST_F(CalculateTwrMin, StopsWithoutAClockPeriod) {
@@ -477,6 +481,11 @@ TEST_F(HandleDdr5, CallsOtherModulesByTheirType) {
     EXPECT_EQ(intel.AEP_Flag, 0U);
     EXPECT_STREQ(other.device_type, "NVM");
     EXPECT_EQ(other.AEP_Flag, 0U);
+}
+
+TEST_F(HandleDdr5, KnowsNoNvdimmNByByte204) {
+    EXPECT_STREQ(decoded(server_module().byte(204, 0x21).build()).device_type, "DDR5");
+    EXPECT_STREQ(decoded(server_module().persistent().byte(204, 0x21).build()).device_type, "NVM");
 }
 
 TEST_F(HandleDdr5, HasTheSizeOfTheLargestNvdimmInMegabytes) {

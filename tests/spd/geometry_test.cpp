@@ -117,6 +117,7 @@ TEST_F(CalculateDimmSize, RefusesOtherTypes) {
 
 TEST(CalculateFlashdimmCapacity, IsAWordOfGigabytes) {
     EXPECT_EQ(calculate_flashdimm_capacity(image_with(ddr3, {{152, 0x90}, {153, 0x01}}).data()), 400U);
+    EXPECT_EQ(calculate_flashdimm_capacity(image_with(ddr3, {{152, 0xFF}, {153, 0xFF}}).data()), 65535U);
     EXPECT_EQ(calculate_flashdimm_capacity(image_with(ddr4, {{355, 0xFF}, {356, 0xFF}}).data()), 65535U);
 }
 
@@ -172,9 +173,16 @@ TEST(GetDimmBusWidth, ReadsItsGenerationsByte) {
     EXPECT_EQ(width_of(ddr5, {{235, 0x00}}), 8U);
 }
 
-TEST(GetDimmBusWidth, IsZeroForCodesAboveThree) {
-    for (uint8_t code = 4; code < 8; ++code) EXPECT_EQ(width_of(ddr4, {{13, code}}), 0U);
-    EXPECT_EQ(width_of(ddr4, {{13, 0x08}}), 8U) << "three bits are the code";
+TEST(GetDimmBusWidth, HangsOnTheLowThreeBitsAndIsZeroForCodesAboveThree) {
+    constexpr struct {
+        uint8_t type, first_byte;
+        std::size_t offset;
+    } layouts[] = {{ddr3, 0, 8}, {ddr4, 0, 13}, {ddr5, 0, 235}, {nvdimm, '#', 181}, {nvdimm, '0', 597}};
+    const std::vector<uint32_t> widths{8, 16, 32, 64, 0, 0, 0, 0};
+    for (const auto& [type, first_byte, offset] : layouts)
+        for (unsigned byte = 0; byte <= 0xFF; ++byte)
+            EXPECT_EQ(width_of(type, {{0, first_byte}, {offset, static_cast<uint8_t>(byte)}}), widths[byte & 7U])
+                << offset << " " << byte;
 }
 
 TEST(GetDimmBusWidth, IsZeroForOtherImages) {

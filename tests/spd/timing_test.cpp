@@ -73,6 +73,8 @@ float clock_of(uint8_t type, ByteList bytes, float fine, float medium) {
 TEST(CalculateSdramClock, OfDdr3ReadsBytes12And34) {
     EXPECT_FLOAT_EQ(clock_of(ddr3, {{12, 10}, {34, 4}}, 0.5F, 0.125F), 3.25F);
     EXPECT_FLOAT_EQ(clock_of(ddr3, {{12, 10}, {34, 0xFE}}, 0.5F, 0.125F), 0.25F);
+    EXPECT_FLOAT_EQ(clock_of(ddr3, {{12, 10}, {34, 0x7F}}, 0.5F, 0.125F), 64.75F);
+    EXPECT_FLOAT_EQ(clock_of(ddr3, {{12, 10}, {34, 0x80}}, 0.5F, 0.125F), -62.75F);
 }
 
 TEST(CalculateSdramClock, OfDdr4ReadsBytes18And125) {
@@ -305,17 +307,36 @@ TEST(CalculateDimmSpeed, OfDdr3IsZeroForADivisorOfZero) {
 TEST(CalculateDimmSpeed, OfDdr4LeavesTheFineOffsetOut) {
     EXPECT_EQ(speed_of(ddr4, {{13, 0x0B}, {18, 5}}), 25600U);
     EXPECT_EQ(speed_of(ddr4, {{13, 0x03}, {18, 7}, {125, 0xD6}}), 18285U);
-    EXPECT_EQ(speed_of(ddr4, {{13, 0x02}, {18, 5}}), 12800U);
-    EXPECT_EQ(speed_of(ddr4, {{13, 0x04}, {18, 5}}), 0U);
 }
 
-TEST(CalculateDimmSpeed, OfDdr4NeedsTheMediumTimebasesBits) {
-    EXPECT_EQ(speed_of(ddr4, {{13, 3}, {17, 0x04}, {18, 5}}), 0U);
-    EXPECT_EQ(speed_of(ddr4, {{13, 3}, {17, 0x08}, {18, 5}}), 0U);
-    EXPECT_EQ(speed_of(ddr4, {{13, 3}, {17, 0xF3}, {18, 5}}), 25600U);
+TEST(CalculateDimmSpeed, CountsTheBytesOfTheBusByItsLowThreeBits) {
+    const std::vector<uint32_t> bus_bytes{1, 2, 4, 8, 0, 0, 0, 0};
+    for (unsigned byte = 0; byte <= 0xFF; ++byte) {
+        const auto code = static_cast<uint8_t>(byte);
+        EXPECT_EQ(speed_of(ddr3, {{8, code}, {10, 1}, {11, 8}, {12, 10}}), 1600 * bus_bytes[byte & 7U]) << byte;
+        EXPECT_EQ(speed_of(ddr4, {{13, code}, {18, 5}}), 3200 * bus_bytes[byte & 7U]) << byte;
+        EXPECT_EQ(speed_of(nvdimm, {{181, code}, {18, 5}}), 3200 * bus_bytes[byte & 7U]) << byte;
+    }
 }
 
-TEST(CalculateDimmSpeed, OfDdr4IsZeroForAClockOfZero) { EXPECT_EQ(speed_of(ddr4, {{13, 3}, {18, 0}}), 0U); }
+class CalculateDdr4Speed : public testing::TestWithParam<uint8_t> {
+protected:
+    static uint32_t with(uint8_t timebases, uint8_t clock_period) {
+        return speed_of(GetParam(), {{13, 3}, {17, timebases}, {18, clock_period}, {181, 3}});
+    }
+};
+
+TEST_P(CalculateDdr4Speed, NeedsTheMediumTimebasesBits) {
+    EXPECT_EQ(with(0x04, 5), 0U);
+    EXPECT_EQ(with(0x08, 5), 0U);
+    EXPECT_EQ(with(0x0C, 5), 0U);
+    EXPECT_EQ(with(0xF3, 5), 25600U);
+}
+
+TEST_P(CalculateDdr4Speed, IsZeroForAClockOfZero) { EXPECT_EQ(with(0, 0), 0U); }
+
+INSTANTIATE_TEST_SUITE_P(All, CalculateDdr4Speed, testing::Values(ddr4, nvdimm),
+                         [](const auto& row) { return std::string(row.param == ddr4 ? "Ddr4" : "Nvdimm"); });
 
 TEST(CalculateDimmSpeed, OfAnNvdimmReadsByte181WhateverItsLayout) {
     for (const uint8_t first : {'#', '0', 'x'})
