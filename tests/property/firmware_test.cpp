@@ -146,6 +146,8 @@ TEST_P(EveryImage, OfASilentControllerShowsAStarForEachValue) {
     read(GetParam().request);
     expect_name(GetParam().name);
     expect_build("*", "*", "*");
+    const LogLine line{warning, pid_line("vpdd_get_single_property - Send IPMI Command Failed.\n")};
+    EXPECT_EQ(platform.log(), std::vector<LogLine>(GetParam().has_fallback() ? 6 : 3, line)) << "and no line more";
 }
 
 TEST_P(EveryImage, ShowsAStarForTheOneValueThatCannotBeRead) {

@@ -196,9 +196,7 @@ const Fault faults[] = {
     {"Dead", ipmi_dead(), -2, "IPMI didn't complete.\n"},
     {"NotPresent", ipmi_completion(0xCB), -2, "IPMI didn't complete.\n"},
     {"Refused", ipmi_completion(0xC1), -2, "IPMI didn't complete.\n"},
-    {"Status1", ipmi_data(raw_page(1, 5)), -3, "IPMI didn't return correctly.\n"},
-    {"Status10", ipmi_data(raw_page(10, 5)), -3, "IPMI didn't return correctly.\n"},
-    {"Status255", ipmi_data(raw_page(255, 5)), -3, "IPMI didn't return correctly.\n"},
+    {"OtherStatus", ipmi_data(raw_page(1, 5)), -3, "IPMI didn't return correctly.\n"},
     {"MoreWithoutAHandle", ipmi_data(raw_page(0, 0)), -3, "IPMI didn't return correctly.\n"},
     {"LastWithoutAHandle", ipmi_data(raw_page(9, 0)), -3, "IPMI didn't return correctly.\n"},
     {"MoreThanAnAnswerHolds", ipmi_data(raw_page(0, 253)), -3, "IPMI didn't return correctly.\n"},
@@ -245,6 +243,21 @@ TEST_F(Pages, ThatAreNotPresentAreAskedForOnce) {
     answer({ipmi_completion(0xCB)});
     expect_failed(read(key), -2);
     EXPECT_THAT(requests(), SizeIs(1));
+}
+
+TEST_F(Pages, HaveOneOfThreeStatuses) {
+    for (unsigned status = 0; status <= 0xFF; ++status) {
+        if (status == 0 || status == 8 || status == 9) continue;
+        const IpmiReply reply = ipmi_data(raw_page(static_cast<uint8_t>(status), 5));
+        SCOPED_TRACE(status);
+        platform.reset();
+        answer({reply});
+        expect_failed(read(key), -3);
+        EXPECT_TRUE(logged_only("IPMI didn't return correctly.\n"));
+        platform.reset();
+        answer({more({1, 2}, 7).reply(), reply});
+        expect_failed(read(key), -1);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(All, FaultyPage, testing::ValuesIn(faults), [](const auto& row) { return row.param.name; });

@@ -278,6 +278,14 @@ TEST_F(Xlom, AllHaveNoSlotWhenTheSystemVpdFillsThem) {
     EXPECT_EQ(isHostMacCache, 1);
 }
 
+TEST_F(Xlom, ThatDoNotDecodeAreAnErrorAlsoWhenTheSystemVpdFillsTheSlots) {
+    fields(8);
+    EXPECT_EQ(change(xlom, mac_pair(1) + Bytes{0x80}), -1);
+    EXPECT_EQ(slots().at(7), field_text(8));
+    EXPECT_EQ(isHostMacCache, 1);
+    EXPECT_TRUE(warned(name, wrong_list));
+}
+
 TEST_F(Xlom, OfAnotherTypeOrSizeAreSkippedAndTheResultIsMinusOne) {
     fields(1);
     EXPECT_EQ(change(xlom, pair(string_tlv("123456")) + mac_pair(1) + pair(bytes_tlv(Bytes(5, 1))) + mac_pair(2)), -1);
@@ -336,6 +344,16 @@ TEST_F(Xlom, ThatDoNotDecodeLeaveThoseOfTheSystemVpd) {
 // ---- both
 
 class EitherKind : public PortMacs, public testing::WithParamInterface<const char*> {};
+
+TEST_P(EitherKind, SetsTheFlagBehindTheLastRequest) {
+    fields(3);
+    std::vector<int> flags;
+    platform.ipmi.during([&](const IpmiCall&) { flags.push_back(isHostMacCache); });
+    pages({more(mac_pairs(1), 1), last(mac_pairs(1))});
+    EXPECT_EQ(vpdd_property_change_cache(GetParam()), 0);
+    EXPECT_THAT(flags, ElementsAre(0, 0));
+    EXPECT_EQ(isHostMacCache, 1);
+}
 
 TEST_P(EitherKind, FreesWhatItHoldsAndTakesNoLock) {
     for (const Bytes& data : {mac_pairs(9), mac_pair(1) + Bytes{0x80}, pair(bytes_tlv({1})), Bytes{}}) {

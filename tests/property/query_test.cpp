@@ -279,6 +279,14 @@ TEST_F(SingleProperty, ThatIsRefusedIsLoggedWithItsStatusAndPath) {
                                                       "property(/refused).\n")}));
 }
 
+TEST_F(SingleProperty, IsRefusedByEveryStatusButZero) {
+    for (int status = 1; status <= 0xFF; ++status) {
+        platform.ipmi.then(single_answer(static_cast<uint8_t>(status), 0, 4, string_tlv("abc")));
+        expect_failed(read("/every"), -3);
+        EXPECT_TRUE(warned(single_query, refusal(status, "/every")));
+    }
+}
+
 TEST_F(SingleProperty, ThatIsRefusedTwiceInARowIsLoggedOnce) {
     platform.ipmi.always(single_answer(0x80, 0, 0, {}));
     expect_failed(read("/twice"), -3);
