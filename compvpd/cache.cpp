@@ -18,10 +18,8 @@ void FruIndex::build(const ComponentVpdList& list) {
 }
 
 ComponentVpdNode* FruIndex::find(uint8_t fru_id, const ComponentVpdList& list) const {
-    ComponentVpdNode* node = first_[fru_id];
-    if (node != nullptr && node->record.fru_id == fru_id) return node;
-    // Whoever got a record from FindFRURecord() may have given it another id.
-    node = list.head;
+    if (first_[fru_id] != nullptr) return first_[fru_id];
+    ComponentVpdNode* node = list.head;
     while (node != nullptr && node->record.fru_id != fru_id) node = node->next;
     return node;
 }

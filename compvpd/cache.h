@@ -29,7 +29,8 @@ private:
 extern std::atomic<int> vpd_cache_status;
 extern ComponentVpdList component_vpd_list;
 
-/// Of the list, from the end of creation to destruction: in between no record comes, goes or gets another id.
+/// Of the list, from the end of creation to destruction, since in between no record comes or goes; or until
+/// FindFRURecord() hands out a record, whose holder may give it another id.
 extern FruIndex fru_index;
 
 /// The first node with this FRU id; null when there is none.

@@ -134,6 +134,9 @@ extern "C" int FindFRURecord(uint32_t fru_id, ComponentVpdRecord** out) {
     if (record != nullptr) {
         std::printf("--> Found FRU, comp_info address = %p, fru id = %d\n", static_cast<void*>(record), record->fru_id);
     }
-    if (out != nullptr) *out = record;
+    if (out != nullptr) {
+        *out = record;
+        vpdd::fru_index.clear();
+    }
     return record != nullptr ? 0 : -1;
 }

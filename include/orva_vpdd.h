@@ -604,7 +604,8 @@ int GetComponentVPD_KIVA(uint32_t* out_length, uint32_t size, const void* ignore
 
 /**
  * @brief Find the cached record itself. It stays valid until the cache is destroyed; hold `compvpd_access_mutex` while
- *        changing it.
+ *        changing it. Look-ups by FRU id walk the list from now on, since its id may change.
+ * @param fru_id its low byte counts
  * @param out out: the record, null when there is none
  * @return 0; -1 not found; -4 no cache
  */

@@ -650,6 +650,20 @@ TEST_F(FindFruRecordTest, FindsARecordUnderTheIdThatItsHolderGaveIt) {
     EXPECT_EQ(cached(5), nullptr);
 }
 
+TEST_F(FindFruRecordTest, FindsTheFirstOfTwoRecordsOneOfWhichGotItsIdFromItsHolder) {
+    create_with_ids({5, 6, 7});
+    ComponentVpdRecord* const first = cached(5);
+    ComponentVpdRecord* const last = cached(7);
+    last->fru_id = 6;
+    EXPECT_NE(cached(6), last) << "it stands behind";
+    first->fru_id = 6;
+    EXPECT_EQ(cached(6), first);
+    uint32_t length = 0;
+    constexpr uint8_t fru_id = 6;
+    EXPECT_EQ(GetComponentVPDByFruID(&length, sizeof copy, &fru_id, &copy), 0);
+    EXPECT_STREQ(copy.name, first->name);
+}
+
 TEST_F(FindFruRecordTest, FindsNothingInAnEmptyCache) {
     create_with_ids({});
     ComponentVpdRecord* record = &copy;
