@@ -15,7 +15,7 @@ namespace vpdd {
 
 namespace {
 
-/// A formatted text; the longest that the library writes fits.
+/// A formatted text; the longest that the library writes through these functions fits.
 class Text {
 public:
     Text(const char* format, va_list arguments) { std::vsnprintf(characters_, sizeof characters_, format, arguments); }

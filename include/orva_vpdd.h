@@ -568,8 +568,9 @@ int CreateComponentVPDCache(void);
 
 /**
  * @brief Read every FRU of the cache again and publish the totals. Holds `compvpd_access_mutex` across all FRU reads.
- * @return 0; 64 when the SMBIOS table could not be loaded; -10 when a FRU could not be read; -4 no cache; -1 for a DDR5
- *         image without a size
+ * @return 0; 64 when the SMBIOS table could not be loaded; -10, whatever SMBIOS did, when a FRU could not be read or
+ *         there was no memory for its image (a FRU whose size request answers 203, not present, does not count); -4 no
+ *         cache; -1 for a DDR5 image without a size
  */
 int UpdateComponentVPDCache(void);
 
@@ -584,13 +585,21 @@ int UpdateFRUID0InfoToTARNForDCMI(void);
 
 /**
  * @brief Copy a record by FRU id, or probe for records.
- * @param out_length out: 1512 after a copy
+ *
+ * The ids 0 and 0xFF mean the first record of the cache, any other the first record that has it. `next_fru_id` of the
+ * copy names the record that follows; it is 0xFF behind the last one. A probe sets nothing but `next_fru_id` of `out`:
+ * to the first record's own id when the cache has two records or more, otherwise to 0xFF. It succeeds also on an empty
+ * cache.
+ * @param out_length out: 1512 after a copy, untouched by a probe; may be null
  * @param size not used; `out` must hold 1512 bytes
  * @return 0; -1 for a bad argument or no cache; -7 for no such record
  */
 int GetComponentVPD(uint32_t* out_length, uint32_t size, const ComponentRequest* request, ComponentVpdRecord* out);
 
-/** @brief Copy the record of the FRU id that `fru_id` points at. @return as GetComponentVPD(). */
+/**
+ * @brief Copy the record of the FRU id that `fru_id` points at; 0 and 0xFF mean the first record. There is no probe.
+ * @return as GetComponentVPD()
+ */
 int GetComponentVPDByFruID(uint32_t* out_length, uint32_t size, const uint8_t* fru_id, ComponentVpdRecord* out);
 
 /**
@@ -1033,12 +1042,15 @@ void vpdd_free_smbios_table(SmbiosTable** table);
 SmbiosTypeGroup* vpdd_get_the_smbios_info(SmbiosTable* table, uint8_t type);
 /**
  * @brief Copy a string of a type 17 structure: 0 Device Locator, 1 Bank Locator, 2 Manufacturer, 3 Serial Number,
- *        4 Asset Tag, 5 Part Number.
+ *        4 Asset Tag, 5 Part Number, 7 the string whose number the Memory Type byte happens to be.
  * @param size room in `out`, terminator included
  * @return 0; -2 null entry or buffer; -3 not type 17; -4 no such string (`out` emptied); -5 string too long
  */
 int getStringFromDimmSmbiosEntry(const SmbiosEntry* entry, int index, char* out, uint32_t size);
-/** @brief Type 17 entry whose serial number ends the FRU serial, or null. */
+/**
+ * @brief Type 17 entry whose serial number ends the FRU serial, or null. An entry with a longer serial number than the
+ *        FRU serial ends the whole search with null, also when a later one would match.
+ */
 SmbiosEntry* vpdd_get_the_smbios_dimm_info(SmbiosTypeGroup* group, const char* fru_serial);
 /** @brief Type 17 entry whose locator's digits equal the slot number, or null. */
 SmbiosEntry* vpdd_get_the_smbios_dimm_info_by_device_locator(SmbiosTypeGroup* group, const char* slot);

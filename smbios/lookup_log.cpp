@@ -16,7 +16,7 @@ namespace vpdd {
 namespace {
 
 void write_line(int priority, const char* function, const char* format, va_list arguments) {
-    char text[1024];
+    char text[1024];  // callers' texts stand in some of these lines: a longer one is cut
     std::vsnprintf(text, sizeof text, format, arguments);
     log_text(priority, "pid=%d, %s() - ERROR:%s", getpid(), function, text);
 }
