@@ -939,13 +939,17 @@ uint8_t __getmsb(uint16_t value);
 
 /**
  * @brief Check the SPD checksum in bytes 126 and 127.
- * @return 1 right and equal to `*expected_crc`; 0 right but not equal; -1 wrong; -2 buffer too short
+ * @param length looked at for a DDR3 image alone, which needs the bytes that its checksum covers: 117 or 126
+ * @return 1 right and equal to `*expected_crc`; 0 right but not equal; -1 wrong; -2 DDR3 image too short
  */
 int check_spd_crc(const uint8_t* spd, uint32_t length, const int32_t* expected_crc);
 
 /** @brief Name of SPD byte 2. @return 0, or -1 with "UNKNOWN". */
 int translate_dimm_type(uint8_t type_code, const char** out_name);
-/** @brief Name of the module type; may be null for an NVDIMM. @return 0 or -1. */
+/**
+ * @brief Name of the module type; may be null for an NVDIMM.
+ * @return 0; -1 for a device type without module types, a `length` of 0 (`*out_name` is null then) and a null output
+ */
 int parse_module_type(const uint8_t* spd, uint32_t length, const char** out_name);
 /** @brief Name of the DRAM's maker. @return 0, or -1 with `*out_name` untouched. */
 int parse_manufacturer_id(const uint8_t* spd, uint32_t length, const char** out_name);

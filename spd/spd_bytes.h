@@ -21,7 +21,8 @@ inline constexpr unsigned crc_byte = 126;
 inline constexpr uint8_t nvdimm_ddr4_mark = '#';
 inline constexpr uint8_t nvdimm_ddr5_mark = '0';
 
-/// The decoders of DDR3 and DDR4 take this much of an image as given; the timing bytes end before it.
+/// Below this length the bus width, ECC bits, ranks and transfer rate are 0, whatever the generation. It guards what is
+/// read of DDR3 and DDR4; the bytes of DDR5 and of an NVDIMM lie behind it, and there the image is taken as whole.
 inline constexpr uint32_t shortest_image = 127;
 
 /// JEDEC 21-C Annex K.

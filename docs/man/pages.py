@@ -131,7 +131,9 @@ def command_pages(program):
 
 SECTION = re.compile(r'/\* ---- (.*?) -+ \*/')
 TYPE = re.compile(r'(?:/\*\*(?:(?!\*/).)*\*/\s*)?typedef struct.*?\n\} \w+;', re.DOTALL)
-DESCRIBED = re.compile(r'/\*\*(?P<comment>(?:(?!\*/).)*)\*/\s*(?P<declarations>(?:[^/;{}#]+;\s*)+)', re.DOTALL)
+# A declaration and the remark that may stand behind it.
+DECLARATION = r'([^/;{}#]+;)(?:[ \t]*/\*\*<((?:(?!\*/).)*)\*/)?\s*'
+DESCRIBED = re.compile(rf'/\*\*(?!<)(?P<comment>(?:(?!\*/).)*)\*/\s*(?P<declarations>(?:{DECLARATION})+)', re.DOTALL)
 
 
 def comment_text(comment):
@@ -144,6 +146,11 @@ def comment_text(comment):
         name, _, meaning = rest.partition(' ') if kind == 'param' else ('Result', '', rest)
         tags.append((name, meaning or rest))
     return head, tags
+
+
+def declaration_line(declaration, remark):
+    declaration, remark = (escaped(' '.join(text.split())) for text in (declaration, remark))
+    return f'.BR "{declaration}" " ({remark})"' if remark else '.B ' + declaration
 
 
 def library_page(header):
@@ -162,11 +169,9 @@ def library_page(header):
             continue
         body.append('.SH ' + escaped(title.upper()))
         for match in DESCRIBED.finditer(TYPE.sub('', text)):
-            first, *more = [' '.join(line.split()) + ';' for line in match['declarations'].split(';') if line.strip()]
             description, tags = comment_text(match['comment'])
-            body += ['.TP', '.B ' + escaped(first)]
-            for declaration in more:
-                body += ['.TQ', '.B ' + escaped(declaration)]
+            for position, (declaration, remark) in enumerate(re.findall(DECLARATION, match['declarations'], re.DOTALL)):
+                body += ['.TQ' if position else '.TP', declaration_line(declaration, remark)]
             body.append(escaped(description) or '\\&')
             for name, meaning in tags:
                 body += ['.br', f'.I {escaped(name)}:' if name != 'Result' else 'Result:', escaped(meaning)]
