@@ -11,8 +11,23 @@ constexpr uint8_t not_there = 0xCB, busy = 0x81, unspecified = 0xFF;
 
 const std::vector<int64_t> three_pauses{300000, 300000, 300000};
 
+class Probe : public StatusTest {
+protected:
+    /// The lines of the trace file without their line numbers.
+    Words trace() const {
+        Words texts;
+        for (const TraceLine& line : platform.trace()) {
+            EXPECT_EQ(line.path, "/tmp/vpdd_trace.log");
+            EXPECT_EQ(line.level, 2);
+            const auto open = line.text.find('('), close = line.text.find(')', open);
+            texts.push_back(line.text.substr(0, open + 1) + line.text.substr(close));
+        }
+        return texts;
+    }
+};
+
 /// A fan that was absent: present is what the probe says.
-class FruProbe : public StatusTest {
+class FruProbe : public Probe {
 protected:
     void SetUp() override {
         StatusTest::SetUp();
@@ -33,7 +48,7 @@ protected:
     std::size_t attempts() const { return platform.requests().size(); }
 };
 
-class CpuProbe : public StatusTest {
+class CpuProbe : public Probe {
 protected:
     void SetUp() override {
         StatusTest::SetUp();
@@ -143,17 +158,19 @@ TEST_F(FruProbe, KeepsTheLastCompletionCodeThatCame) {
     EXPECT_TRUE(finds_it_present());
 }
 
-TEST_F(FruProbe, TracesWhatItFound) {
-    insert(5);
-    finds_it_present();
-    bool is_traced = false;
-    for (const TraceLine& line : platform.trace()) {
-        is_traced |= line.path == "/tmp/vpdd_trace.log" && line.level == 2 &&
-                     line.text.starts_with("[UpdateComponentStatus]:(") &&
-                     line.text.find(") - fruName:[Fan 5] entityId(comp):[0x1d] cur_status:") != std::string::npos;
+TEST_F(FruProbe, TracesTheStatusThatTheRecordHasNotTheCompletionCode) {
+    for (const int32_t status : {present, absent, no_sensor}) {
+        for (const uint8_t code : {uint8_t{0x00}, not_there, busy}) {
+            forget();
+            platform.ipmi.always(ipmi_completion(code));
+            cached(5)->status = status;
+            UpdateComponentStatus(poll_mode);
+            EXPECT_EQ(trace(), (Words{formatted("[UpdateComponentStatus]:() - fruName:[Fan 5] entityId(comp):[0x1d] "
+                                                "cur_status:%d\n",
+                                                status)}))
+                << int{code};
+        }
     }
-    EXPECT_TRUE(is_traced) << testing::PrintToString(platform.trace());
-    EXPECT_EQ(platform.trace().size(), 1U);
 }
 
 // ---- processors
@@ -309,14 +326,7 @@ TEST_F(CpuProbe, CopesWithTextsThatFillTheirFields) {
 TEST_F(CpuProbe, TracesEachComparedSensorAndWhatItFound) {
     sensors({{"Other"}, {"Not valid", 0, "", 0}, {"CPU 1", 0x80}, {"Behind"}});
     poll();
-    Words texts;
-    for (const TraceLine& line : platform.trace()) {
-        EXPECT_EQ(line.path, "/tmp/vpdd_trace.log");
-        EXPECT_EQ(line.level, 2);
-        const auto open = line.text.find('('), close = line.text.find(')', open);
-        texts.push_back(line.text.substr(0, open + 1) + line.text.substr(close));
-    }
-    EXPECT_EQ(texts,
+    EXPECT_EQ(trace(),
               (Words{
                   "[get_sensor_reading_by_fruname]:() - fruName:[CPU 1] saTheSensorInstance[0].szName:[Other] \n",
                   "[get_sensor_reading_by_fruname]:() - fruName:[CPU 1] saTheSensorInstance[2].szName:[CPU 1] \n",

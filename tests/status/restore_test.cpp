@@ -1,5 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // The status pass as such, and the carrying over of the logged statuses.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <utility>
+
 #include "failing_allocator.h"
 #include "status_world.h"
 
@@ -10,6 +15,56 @@ namespace {
 class Restore : public StatusTest {};
 
 class StatusPassEntry : public StatusTest {};
+
+/// Another process that has truncated the log, and stays in the middle of its update until it is let go.
+class UpdateElsewhere {
+public:
+    explicit UpdateElsewhere(const ComponentVpdRecord& added) {
+        if (pipe(truncated_) != 0 || pipe(go_on_) != 0) return;
+        process_ = fork();
+        if (process_ == 0) run(added);
+        close(truncated_[1]);
+        close(go_on_[0]);
+        char byte = 0;
+        is_under_way_ = read(truncated_[0], &byte, 1) == 1;
+    }
+    ~UpdateElsewhere() {
+        let_go();
+        close(truncated_[0]);
+        close(go_on_[1]);
+    }
+    UpdateElsewhere(const UpdateElsewhere&) = delete;
+    UpdateElsewhere& operator=(const UpdateElsewhere&) = delete;
+
+    bool is_under_way() const { return is_under_way_; }
+
+    /// Returns when the update has come to its end.
+    void let_go() {
+        if (!is_under_way_) return;
+        is_under_way_ = false;
+        EXPECT_EQ(write(go_on_[1], "g", 1), 1);
+        int status = -1;
+        waitpid(process_, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+
+private:
+    [[noreturn]] void run(const ComponentVpdRecord& added) {
+        bool is_first = true, was_let_go = false;
+        WatchedCalls calls;
+        calls.before([&](const WatchedCall& call) {
+            if (call.text != "fwrite LOG" || !std::exchange(is_first, false)) return;
+            char byte = 0;
+            was_let_go = write(truncated_[1], "t", 1) == 1 && read(go_on_[0], &byte, 1) == 1;
+        });
+        log_update(&added, 0);
+        _exit(was_let_go ? 0 : 1);
+    }
+
+    int truncated_[2] = {-1, -1}, go_on_[2] = {-1, -1};
+    pid_t process_ = -1;
+    bool is_under_way_ = false;
+};
 
 }  // namespace
 
@@ -362,4 +417,34 @@ TEST_F(Restore, RunsNoCommandWithoutABackup) {
     write_log({make_entry(5, "A")});
     UpdateComponentStatus(restore_mode);
     EXPECT_TRUE(commands().empty());
+}
+
+// ---- a rewrite that another process is at
+
+TEST_F(Restore, WaitsForTheEndOfTheUpdateOfAnotherProcess) {
+    cache({make_entry(5, "A")});
+    write_log(make_entries(3));
+    UpdateElsewhere update(make_entry(5, "NEW", present, 4321));
+    ASSERT_TRUE(update.is_under_way());
+    ASSERT_TRUE(file_holds(backup_path, file_image(make_entries(3))));
+    platform.during_sleep([&](int64_t) { update.let_go(); });
+    EXPECT_EQ(UpdateComponentStatus(restore_mode), 0);
+    update.let_go();
+    EXPECT_TRUE(commands().empty()) << "the backup of the other process was taken for one that was left";
+    EXPECT_EQ(serials(log_on_flash()), (Words{"S1", "S2", "S3", "NEW"}));
+    EXPECT_EQ(cached(5)->timestamp, 4321);
+    EXPECT_FALSE(std::filesystem::exists(backup_path));
+}
+
+TEST_F(Restore, LeavesTheBackupOfAnUpdateThatDoesNotEndInThirtySeconds) {
+    cache({make_entry(5, "A")});
+    write_log(make_entries(3));
+    UpdateElsewhere update(make_entry(5, "NEW"));
+    ASSERT_TRUE(update.is_under_way());
+    EXPECT_EQ(UpdateComponentStatus(restore_mode), 0);
+    EXPECT_EQ(platform.sleeps(), std::vector<int64_t>(300, 100000));
+    EXPECT_TRUE(commands().empty());
+    EXPECT_TRUE(file_holds(backup_path, file_image(make_entries(3))));
+    update.let_go();
+    EXPECT_EQ(serials(log_on_flash()), (Words{"S1", "S2", "S3", "NEW"}));
 }

@@ -21,6 +21,16 @@ protected:
         sensors({{cpu.name}});
     }
 
+    /// A slot copy without a version lets the next change count as a replacement.
+    void expect_slot_copy_without_version(const ComponentVpdRecord& cpu) {
+        forget();
+        sensors({{cpu.name}});
+        set_text(cached(cpu.fru_id)->part_number, "00FC111");
+        poll();
+        EXPECT_EQ(told(), (Words{"rewrite", "message 72", "history 0", "history 1", "[UPDATE_2]",
+                                 "event compvpd_state_event"}));
+    }
+
     /// What the pass did to the files, told and logged, from the first software event on.
     Words told() const {
         Words words;
@@ -124,18 +134,23 @@ TEST_F(Transition, AnUpdateInPlaceThatFailsIsReportedAndGoesOn) {
 TEST_F(Transition, AnUpdateInPlaceRenewsTheSlotCopy) {
     const ComponentVpdRecord logged = make_cpu(5, 3, "A");
     cache_logged_cpu(logged);
-    ComponentVpdRecord versionless = logged;
-    set_text(versionless.product_version, "");
-    *cached(5) = versionless;
+    set_text(cached(5)->product_version, "");
     poll();
     ASSERT_EQ(told(), (Words{"rewrite", "[UPDATE_LO"}));
-    // The copy has no version now, so that the next change counts as a replacement.
-    forget();
-    sensors({{logged.name}});
-    set_text(cached(5)->part_number, "00FC111");
-    poll();
-    EXPECT_EQ(told(),
-              (Words{"rewrite", "message 72", "history 0", "history 1", "[UPDATE_2]", "event compvpd_state_event"}));
+    expect_slot_copy_without_version(logged);
+}
+
+TEST_F(Transition, AnUpdateInPlaceThatFailsRenewsTheSlotCopyToo) {
+    const ComponentVpdRecord logged = make_cpu(5, 3, "A");
+    cache_logged_cpu(logged);
+    set_text(cached(5)->product_version, "");
+    {
+        WatchedCalls calls;
+        calls.fail("fopen LOG w+");
+        poll();
+    }
+    ASSERT_TRUE(platform.logged(error, "[UpdateComponentStatus]: UpdateHardwareActivityLog FAIL!!!\n"));
+    expect_slot_copy_without_version(logged);
 }
 
 TEST_F(Transition, AProcessorWithAnotherPpinIsAReplacedPart) {
@@ -267,6 +282,22 @@ TEST_F(Transition, TheOldPartIsLookedUpInTheLogAsItWasAtTheStart) {
     poll();
     EXPECT_EQ(recorded(), (Words{"OLD 0", "NEW 1"}));
     EXPECT_EQ(history.rows()[0].time, 55U);
+}
+
+TEST_F(Transition, AReplacedPartLeavesTheProcessorInTheSlotOfItsNumberAlone) {
+    const ComponentVpdRecord third_fan = make_entry(3, "FAN"), cpu = make_cpu(5, 3, "CPU");
+    write_log({third_fan, cpu});
+    cache({third_fan, cpu});
+    UpdateComponentStatus(restore_mode);
+    forget();
+    insert(3);
+    sensors({{cpu.name}});
+    *cached(3) = changed(third_fan);
+    *cached(5) = changed(cpu);
+    poll();
+    EXPECT_EQ(told(), (Words{"rewrite", "message 72", "history 0", "history 1", "[UPDATE_2]",  // the fan
+                             "rewrite", "[UPDATE_LO",                                          // the processor
+                             "event compvpd_state_event"}));
 }
 
 TEST_F(Transition, AReplacedPartThatWasNeverLoggedIsOnlyAdded) {

@@ -297,6 +297,19 @@ TEST_F(LogReaderTest, CleansALeftOverBackupTooSoThatNoUpdateBringsTheLogBack) {
     EXPECT_FALSE(std::filesystem::exists(backup_path));
 }
 
+TEST_F(LogReaderTest, KeepsALeftOverBackupWhereTheLogCannotBeCleaned) {
+    write_log(make_entries(2));
+    write_log(make_entries(3), backup_path);
+    WatchedCalls calls;
+    calls.fail("fopen LOG w+");
+
+    EXPECT_EQ(access(clean_code), -1);
+    EXPECT_EQ(run([] { return vpdd_serv_cleanlog(); }), 0) << "the result of unlocking";
+
+    EXPECT_TRUE(file_holds(log_path, file_image(make_entries(2))));
+    EXPECT_TRUE(file_holds(backup_path, file_image(make_entries(3))));
+}
+
 TEST_F(LogReaderTest, ReadsEachTimeIntoANewHandle) {
     write_log(make_entries(1));
     StatusList* second = nullptr;
