@@ -658,7 +658,6 @@ TEST_F(FindFruRecordTest, FindsTheFirstOfTwoRecordsOneOfWhichGotItsIdFromItsHold
     EXPECT_NE(cached(6), last) << "it stands behind";
     first->fru_id = 6;
     EXPECT_EQ(cached(6), first);
-    uint32_t length = 0;
     constexpr uint8_t fru_id = 6;
     EXPECT_EQ(GetComponentVPDByFruID(&length, sizeof copy, &fru_id, &copy), 0);
     EXPECT_STREQ(copy.name, first->name);
