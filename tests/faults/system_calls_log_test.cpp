@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 
 #include <csignal>
+#include <set>
 
 #include "faults/each_system_call.h"
 #include "status/status_world.h"
@@ -55,8 +56,8 @@ protected:
         for (std::size_t i = 0; i < before.size(); ++i) {
             if (!is_same_entry(after[i], before[i])) return is_same_entry(after[i], before[i]) << ", entry " << i;
         }
-        for (const ComponentVpdRecord& entry : after) {
-            if (entry.crc != right_crc(entry)) return testing::AssertionFailure() << "an entry is torn";
+        for (std::size_t i = before.size(); i < after.size(); ++i) {
+            if (after[i].crc != right_crc(after[i])) return testing::AssertionFailure() << "entry " << i << " is torn";
         }
         return testing::AssertionSuccess();
     }
@@ -267,32 +268,81 @@ protected:
     }
 };
 
-TEST_F(FullFlash, LosesNoEntryWhateverRoomThereIs) {
-    cache({make_entry(component, "CACHED", absent)});
-    constexpr rlim_t step = entry_size / 4;
-    for (rlim_t room = 0; room <= 7 * entry_size; room += step) {
+// Five entries fit into the stream's buffer and meet a full flash at the end only; the longer logs meet it while
+// entries are written. With the most that a replacement and one more update can add, 247 are what a log holds without a
+// drop.
+class FullFlashOfLength : public FullFlash, public testing::WithParamInterface<std::size_t> {
+protected:
+    void SetUp() override {
+        FullFlash::SetUp();
+        cache({make_entry(component, "CACHED", absent)});
+    }
+
+    /// All around a short log; around the first, a middle and the last writing of a long one's buffer, and its end.
+    std::vector<rlim_t> rooms() const {
+        constexpr rlim_t step = entry_size / 4, buffer = 16384;
+        std::vector<rlim_t> rooms;
+        if (before.size() <= 5) {
+            for (rlim_t room = 0; room <= (before.size() + 2) * entry_size; room += step) rooms.push_back(room);
+            return rooms;
+        }
+        const rlim_t buffers = before.size() * entry_size / buffer;
+        for (const rlim_t number : std::set<rlim_t>{0, 1, buffers / 2, buffers}) {
+            for (const rlim_t bytes : {rlim_t{0}, rlim_t{1}, buffer - 1}) rooms.push_back(number * buffer + bytes);
+        }
+        for (std::size_t count = before.size(); count <= before.size() + 2; ++count) {
+            for (const rlim_t missing : {1, 0}) rooms.push_back(count * entry_size - missing);
+        }
+        return rooms;
+    }
+
+    const Entries before = make_entries(GetParam());
+    const std::size_t appended = before.size() + 1;
+};
+
+TEST_P(FullFlashOfLength, LosesNoEntryWhateverRoomThereIs) {
+    for (const rlim_t room : rooms()) {
         for (const int mode : {append, replace}) {
-            start_with(five);
+            start_with(before);
             with_room_for(room, [&] { log_update(&added, mode); });
-            EXPECT_TRUE(log_begins_with(five)) << "room for " << room << " bytes";
-            expect_nothing_lost(five);
+            EXPECT_TRUE(log_begins_with(before)) << "room for " << room << " bytes";
+            const std::size_t complete = mode == append ? appended : appended + 1;  // a closed copy too
+            EXPECT_EQ(log_on_flash().size(), room >= complete * entry_size ? complete : before.size()) << room;
+            expect_nothing_lost(before);
         }
     }
 }
 
-TEST_F(FullFlash, LosesNoEntryWithoutAShell) {
-    cache({make_entry(component, "CACHED", absent)});
-    constexpr rlim_t step = entry_size / 4;
-    for (rlim_t room = 0; room <= 7 * entry_size; room += step) {
-        start_with(five);
+TEST_P(FullFlashOfLength, LosesNoEntryWithoutAShell) {
+    for (const rlim_t room : rooms()) {
+        start_with(before);
         platform.shell_command.fail_always();
         with_room_for(room, [&] { log_update(&added, append); });
-        EXPECT_TRUE(log_begins_with(five)) << "room for " << room << " bytes";
-        EXPECT_EQ(log_on_flash().size() == 6, room >= 6 * entry_size);
+        EXPECT_TRUE(log_begins_with(before)) << "room for " << room << " bytes";
+        EXPECT_EQ(log_on_flash().size(), room >= appended * entry_size ? appended : before.size()) << room;
         EXPECT_FALSE(fs::exists(backup_path));
         platform.shell_command.reset();
     }
 }
+
+TEST_P(FullFlashOfLength, LosesNoEntryWhereThereIsRoomAgainBeforeTheEnd) {
+    for (const int mode : {append, replace}) {
+        for (const std::size_t full_until : {before.size() / 2, before.size() - 1, before.size()}) {
+            start_with(before);
+            std::size_t written = 0;
+            WatchedCalls calls;
+            calls.before([&](const WatchedCall& call) {
+                constexpr rlimit unlimited{RLIM_INFINITY, RLIM_INFINITY};
+                if (call.text == "fwrite LOG" && written++ == full_until) setrlimit(RLIMIT_FSIZE, &unlimited);
+            });
+            with_room_for(entry_size, [&] { log_update(&added, mode); });
+            EXPECT_TRUE(log_begins_with(before)) << "full until entry " << full_until;
+            expect_nothing_lost(before);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Entries, FullFlashOfLength, testing::Values(5, 30, 247));
 
 TEST_F(LogCallFailure, LosesNoEntryWhateverDescriptorsThereAre) {
     cache({make_entry(component, "CACHED", absent)});

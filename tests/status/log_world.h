@@ -5,8 +5,8 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <span>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -92,8 +92,9 @@ inline void write_file(const char* path, std::string_view bytes) {
 }
 
 inline std::string read_file(const char* path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    std::ostringstream bytes;
+    bytes << std::ifstream(path, std::ios::binary).rdbuf();
+    return bytes.str();
 }
 
 inline testing::AssertionResult file_holds(const char* path, const std::string& bytes) {
@@ -163,6 +164,7 @@ inline std::string bytes_of_entry(const ComponentVpdRecord& entry) {
 /// Whether all 1512 bytes are equal. The failure message names the first bytes that are not.
 inline testing::AssertionResult is_same_entry(const ComponentVpdRecord& actual, const ComponentVpdRecord& expected) {
     const std::string is = bytes_of_entry(actual), should = bytes_of_entry(expected);
+    if (is == should) return testing::AssertionSuccess();
     std::string differences;
     for (std::size_t i = 0, count = 0; i < is.size() && count < 8; ++i) {
         if (is[i] == should[i]) continue;
@@ -170,7 +172,6 @@ inline testing::AssertionResult is_same_entry(const ComponentVpdRecord& actual, 
         differences += formatted("\n  byte %zu is %02X, should be %02X", i, static_cast<uint8_t>(is[i]),
                                  static_cast<uint8_t>(should[i]));
     }
-    if (differences.empty()) return testing::AssertionSuccess();
     return testing::AssertionFailure() << "bytes differ" << differences;
 }
 
