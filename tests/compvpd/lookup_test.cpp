@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <sys/mman.h>
 #include <sys/syscall.h>
 
 #include <chrono>
+#include <csignal>
 #include <future>
 #include <thread>
 
@@ -334,6 +336,16 @@ TEST_F(GetComponentVpdTest, AProbeIsRefusedBeforeTheCacheWasCreated) {
     EXPECT_TRUE(platform.logged_located(info, "GetComponentVPD", not_created));
 }
 
+TEST_F(GetComponentVpdTest, AProbeWithoutAnOutRecordIsRefused) {
+    create_with_ids({9, 5});
+    const ComponentRequest request{5, 1};
+
+    EXPECT_EQ(GetComponentVPD(&length, 0, &request, nullptr), -1);
+
+    EXPECT_TRUE(platform.logged_located(info, "GetComponentVPD", "ERROR:p_info is null\n"));
+    EXPECT_TRUE(all_locks_are_free());
+}
+
 TEST_F(GetComponentVpdTest, AProbeHoldsBothLocks) {
     create_with_ids({9});
 
@@ -472,6 +484,20 @@ TEST_F(BulkCopyTest, LeavesTheCachedRecordsAlone) {
     for (const uint8_t id : {9, 5, 200}) EXPECT_EQ(cached(id)->next_fru_id, 0);
 }
 
+TEST_F(BulkCopyTest, KeepsTheCursorsThatTheOtherRecordsHave) {
+    create_with_ids({9, 5, 200, 31});
+    cached(9)->next_fru_id = 0x41;
+    cached(5)->next_fru_id = 0x42;
+    cached(200)->next_fru_id = 0x43;
+
+    EXPECT_EQ(copy_all(3 * 1512, 3), 0);
+
+    EXPECT_EQ(at(0).next_fru_id, 31) << "the mark";
+    EXPECT_EQ(at(1).next_fru_id, 0x42);
+    EXPECT_EQ(at(2).next_fru_id, 0x43);
+    EXPECT_EQ(cached(9)->next_fru_id, 0x41);
+}
+
 TEST_F(BulkCopyTest, NeverCopiesMoreThan2048Records) {
     std::vector<uint8_t> ids(2050);
     for (std::size_t i = 0; i < ids.size(); ++i) ids[i] = static_cast<uint8_t>(i % 251);
@@ -588,12 +614,17 @@ TEST_F(FindFruRecordTest, TellsWhetherThereIsARecordAlsoWithoutAPlaceForIt) {
 TEST_F(FindFruRecordTest, UsesTheLowByteOfTheId) {
     create_with_ids({9, 5, 200});
 
-    const CaptureStdout silence;
     ComponentVpdRecord* record = nullptr;
-    EXPECT_EQ(FindFRURecord(0xABCD05, &record), 0);
+    std::string printed;
+    {
+        const CaptureStdout captured;
+        EXPECT_EQ(FindFRURecord(0xABCD05, &record), 0);
+        printed = captured.text();
+    }
 
     ASSERT_NE(record, nullptr);
     EXPECT_EQ(record->fru_id, 5);
+    EXPECT_THAT(printed, testing::EndsWith(", fru id = 5\n"));
 }
 
 TEST_F(FindFruRecordTest, KnowsNoSpecialIds) {
@@ -658,8 +689,7 @@ TEST_F(FindFruRecordTest, FindsTheFirstOfTwoRecordsOneOfWhichGotItsIdFromItsHold
     EXPECT_NE(cached(6), last) << "it stands behind";
     first->fru_id = 6;
     EXPECT_EQ(cached(6), first);
-    constexpr uint8_t fru_id = 6;
-    EXPECT_EQ(GetComponentVPDByFruID(&length, sizeof copy, &fru_id, &copy), 0);
+    EXPECT_EQ(get_by_id(6), 0);
     EXPECT_STREQ(copy.name, first->name);
 }
 
@@ -689,6 +719,94 @@ TEST_F(FindFruRecordTest, TestsTheStatusWithoutALockAndWalksUnderOne) {
 
     EXPECT_THAT(journal_of([&] { FindFRURecord(5, &record); }),
                 ElementsAre("lock compvpd_access_mutex", "unlock compvpd_access_mutex"));
+}
+
+// ---- writing under the lock
+
+/// A page whose first write stops at a look at a mutex.
+class WatchedPage {
+public:
+    explicit WatchedPage(pthread_mutex_t& mutex) {
+        page = mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        watched = &mutex;
+        is_written = false;
+        is_locked = false;
+        struct sigaction action {};
+        action.sa_handler = at_first_write;
+        sigaction(SIGSEGV, &action, &former_);
+    }
+    ~WatchedPage() {
+        sigaction(SIGSEGV, &former_, nullptr);
+        munmap(page, size);
+    }
+    WatchedPage(const WatchedPage&) = delete;
+    WatchedPage& operator=(const WatchedPage&) = delete;
+
+    void* address() const { return page; }
+    bool was_written() const { return is_written; }
+    bool was_written_under_the_lock() const { return is_written && is_locked; }
+
+private:
+    static constexpr std::size_t size = 4096;
+
+    static void at_first_write(int) {
+        // A fault elsewhere comes back here at once: it then has its usual end.
+        if (is_written) signal(SIGSEGV, SIG_DFL);
+        is_written = true;
+        is_locked = !is_free(*watched);
+        mprotect(page, size, PROT_READ | PROT_WRITE);
+    }
+
+    static inline void* page;
+    static inline pthread_mutex_t* watched;
+    static inline volatile bool is_written, is_locked;
+
+    struct sigaction former_ {};
+};
+
+struct WritingLookup {
+    const char* name;
+    int (*call)(void* out);
+};
+
+const WritingLookup writing_lookups[] = {
+    {"GetComponentVPD",
+     [](void* out) {
+         const ComponentRequest request{5, 0};
+         return GetComponentVPD(nullptr, 0, &request, static_cast<ComponentVpdRecord*>(out));
+     }},
+    {"Probe",
+     [](void* out) {
+         const ComponentRequest request{5, 1};
+         return GetComponentVPD(nullptr, 0, &request, static_cast<ComponentVpdRecord*>(out));
+     }},
+    {"GetComponentVPDByFruID",
+     [](void* out) {
+         const uint8_t id = 5;
+         return GetComponentVPDByFruID(nullptr, 0, &id, static_cast<ComponentVpdRecord*>(out));
+     }},
+    {"GetComponentVPD_KIVA", [](void* out) { return GetComponentVPD_KIVA(nullptr, 0, nullptr, out); }},
+    {"FindFRURecord",
+     [](void* out) {
+         const CaptureStdout silence;
+         return FindFRURecord(5, static_cast<ComponentVpdRecord**>(out));
+     }},
+};
+
+class WritingLookupTest : public LookupTest, public testing::WithParamInterface<WritingLookup> {};
+
+INSTANTIATE_TEST_SUITE_P(EachLookup, WritingLookupTest, testing::ValuesIn(writing_lookups),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+TEST_P(WritingLookupTest, AnswersWhileItHoldsTheCache) {
+    create_with_ids({9, 5});
+    const WatchedPage out(compvpd_access_mutex);
+
+    EXPECT_EQ(GetParam().call(out.address()), 0);
+
+    EXPECT_TRUE(out.was_written());
+    EXPECT_TRUE(out.was_written_under_the_lock());
+    EXPECT_TRUE(all_locks_are_free());
 }
 
 // ---- waiting
