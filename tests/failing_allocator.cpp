@@ -59,6 +59,8 @@ std::size_t peak_size = 0;
     return block;
 }
 
+[[maybe_unused]] constexpr int rubbish = 0xA5;
+
 [[maybe_unused]] void forget(void* block) {
     const std::lock_guard lock(live_mutex);
     for (std::size_t i = 0; i < live_count; ++i) {
@@ -125,8 +127,12 @@ void* calloc(std::size_t count, std::size_t size) noexcept {
 void* realloc(void* block, std::size_t size) noexcept {
     if (!is_watched(__builtin_return_address(0))) return __libc_realloc(block, size);
     if (must_fail()) return nullptr;
+    const std::size_t old_size = block != nullptr ? malloc_usable_size(block) : 0;
     forget(block);
-    return kept(__libc_realloc(block, size));
+    auto* const grown = static_cast<char*>(kept(__libc_realloc(block, size)));
+    // Nobody promises zeros there.
+    if (grown != nullptr && size > old_size) std::memset(grown + old_size, rubbish, size - old_size);
+    return grown;
 }
 
 char* strdup(const char* text) noexcept {

@@ -30,7 +30,8 @@ enum class Failing { once, from_then_on };
 /// perror(), localtime_r(), dlopen().
 enum class Allocating { library, library_and_c_library };
 
-/// Watches malloc, calloc, realloc and strdup of the library while it lives. One at a time.
+/// Watches malloc, calloc, realloc and strdup of the library while it lives. One at a time. What a block gains by
+/// realloc is filled with rubbish, as a sanitizer does.
 class AllocationWatch {
 public:
     /// Counts only.

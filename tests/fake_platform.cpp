@@ -692,7 +692,7 @@ int proc_system(const char* command) {
 
 int smbt_init(SmbiosTable** table, int flags, const char* name, const char* directory) {
     const SmbiosOpenReply reply = platform().smbios_open.answer({flags, name, directory});
-    if (reply.result == 0) *table = reply.table;
+    if (reply.result == 0 || reply.table != nullptr) *table = reply.table;
     return reply.result;
 }
 

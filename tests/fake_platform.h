@@ -281,7 +281,7 @@ struct SmbiosOpenCall {
 };
 struct SmbiosOpenReply {
     int result = 0;
-    SmbiosTable* table = nullptr;
+    SmbiosTable* table = nullptr;  ///< handed out whatever the result; null of a failure leaves the handle alone
 };
 
 struct LogLine {

@@ -27,11 +27,15 @@ const NamedMutex named_mutexes[] = {
 };
 
 std::atomic<bool> noting{false};
+std::function<void(std::string_view)> line_hook;  // changes only while nothing is noted
 
 void note(const char* what, const pthread_mutex_t* mutex) {
     if (!noting) return;
     for (const NamedMutex& named : named_mutexes) {
-        if (named.mutex == mutex) vpdd::test::FakePlatform::instance().note(std::string(what) + ' ' + named.name);
+        if (named.mutex != mutex) continue;
+        const std::string line = std::string(what) + ' ' + named.name;
+        vpdd::test::FakePlatform::instance().note(line);
+        if (line_hook) line_hook(line);
     }
 }
 
@@ -43,7 +47,10 @@ MutexFunction c_library(const char* name) { return reinterpret_cast<MutexFunctio
 
 namespace vpdd::test {
 
-LockJournal::LockJournal() { noting = true; }
+LockJournal::LockJournal(std::function<void(std::string_view)> hook) {
+    line_hook = std::move(hook);
+    noting = true;
+}
 LockJournal::~LockJournal() { noting = false; }
 
 }  // namespace vpdd::test

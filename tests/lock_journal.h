@@ -3,11 +3,16 @@
 // "unlock NAME" among the log lines and the requests, so that a test sees what happens under which lock.
 #pragma once
 
+#include <functional>
+#include <string_view>
+
 namespace vpdd::test {
 
 class LockJournal {
 public:
-    LockJournal();
+    LockJournal() : LockJournal(nullptr) {}
+    /// Also calls `hook` with each of these lines: behind the locking, and before the unlocking.
+    explicit LockJournal(std::function<void(std::string_view)> hook);
     ~LockJournal();
     LockJournal(const LockJournal&) = delete;
     LockJournal& operator=(const LockJournal&) = delete;

@@ -3,6 +3,7 @@
 #include "cache_fixture.h"
 #include "failing_allocator.h"
 #include "lock_journal.h"
+#include "node_among.h"
 #include "own_process.h"
 
 using namespace vpdd::test;
@@ -593,6 +594,25 @@ TEST_F(ScanTest, ReadsTheIdsOfAWholeRepositoryOnceEach) {
     EXPECT_EQ(platform.sdr_read.count(), 0xFFFFU);
 }
 
+TEST_F(ScanTest, AppendsEachNodeUnderTheLockOfTheList) {
+    if (!allocator_can_fail) GTEST_SKIP() << "the sanitizer's allocator is in the way";
+    repository({FruLocator(5, "a"), FruLocator(6, "b")});
+    const AllocationWatch watch;
+    std::vector<std::string> seen;
+    {
+        const LockJournal locks([&](std::string_view line) {
+            if (!line.ends_with(" g_list_access_mutex")) return;
+            const ComponentVpdNode* const first = node_among(watch, 5);
+            ASSERT_NE(first, nullptr);
+            seen.push_back(std::string(line) + (first->next == nullptr ? ": one node" : ": two nodes"));
+        });
+        create();
+    }
+
+    EXPECT_THAT(seen, ElementsAre("lock g_list_access_mutex: one node", "unlock g_list_access_mutex: one node",
+                                  "lock g_list_access_mutex: one node", "unlock g_list_access_mutex: two nodes"));
+}
+
 TEST_F(ScanTest, PassesOverALocatorForWhichThereIsNoMemory) {
     if (!allocator_can_fail) GTEST_SKIP() << "the sanitizer's allocator is in the way";
     repository({FruLocator(5, "a"), FruLocator(6, "b").entity(processor, 1), FruLocator(7, "c")});
@@ -609,7 +629,12 @@ TEST_F(ScanTest, PassesOverALocatorForWhichThereIsNoMemory) {
     EXPECT_THAT(ids, ElementsAre(5, 7));
     EXPECT_EQ(platform.written("vpdd_comp_sdr_cnt"), number_variable("vpdd_comp_sdr_cnt", 2, 0));
     EXPECT_EQ(platform.written("tarn_var_num_of_cpu_in_sys"), number_variable("tarn_var_num_of_cpu_in_sys", 0, 1));
-    EXPECT_THAT(platform.log(warning), SizeIs(1)) << "only FRU 0 is reported";
+    std::vector<std::string> texts;
+    for (const LogLine& line : platform.log()) texts.push_back(line.text);
+    EXPECT_THAT(texts, ElementsAre(HasSubstr("Failed to call read_fru_size()!"),
+                                   HasSubstr("UpdateFRUID0InfoToTARNForDCMI error."),
+                                   HasSubstr("cpu base is set to default(1)"), HasSubstr("smbt_init failed")))
+        << "nothing of the locator";
 }
 
 TEST_F(ScanTest, FreesTheNodeOfADroppedLocator) {

@@ -131,6 +131,16 @@ TEST_F(DcmiTest, ReadsTheImageInChunksOf128Bytes) {
     }
 }
 
+TEST_F(DcmiTest, ReadsOneEmptyChunkOfAnEmptyImage) {
+    platform.ipmi.when([](const IpmiCall& call) { return call.is(netfn_storage, area_info); }, ipmi_data({0, 0, 0}));
+    platform.ipmi.when(reads(0, 0), ipmi_data({0}));
+
+    EXPECT_EQ(UpdateFRUID0InfoToTARNForDCMI(), 0);
+
+    EXPECT_THAT(platform.requests(), ElementsAre(IpmiCall{0x0A, 0x10, {0}}, IpmiCall{0x0A, 0x11, {0, 0, 0, 0}}));
+    EXPECT_THAT(platform.configuration(), IsEmpty()) << "no product area";
+}
+
 TEST_F(DcmiTest, ReportsASizeAbove256) {
     Bytes image = FruImage().product(product("asset")).build();
     image.resize(256);

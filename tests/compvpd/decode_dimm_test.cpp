@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // Memory modules in the creation run: which image takes which path, the cross-check with SMBIOS, and the DDR5 dump.
+#include "failing_allocator.h"
 #include "module_fixture.h"
 #include "own_process.h"
 
@@ -250,6 +251,14 @@ TEST_F(DimmTest, LooksForTheConfiguredSpeedOfADdr4OrDdr5ModuleBeforeItsSizeAndSp
     EXPECT_THAT(texts, ElementsAre(config_speed, size, config_speed, size));
 }
 
+TEST_F(DimmTest, EndsADdr3PartNumberAtAZeroInsideIt) {
+    const auto record = decoded(Ddr3Image().part("PART-NUMBER").byte(128 + 4, 0).seal().build());
+
+    std::string field("PART");
+    field.resize(sizeof record.spd_info.part_number);
+    EXPECT_EQ(std::string(record.spd_info.part_number, field.size()), field) << "zeros stand behind it";
+}
+
 TEST_F(DimmTest, NamesAnUnknownDdr3MakerNot) {
     const auto record = decoded(Ddr3Image().maker(0x00, 0x00).seal().build());
 
@@ -340,6 +349,40 @@ TEST_F(DimmTest, OpensSmbiosOnceBehindTheCountsAndReleasesItOnceBeforeTheEnd) {
     EXPECT_THAT(platform.smbios_release.calls(), SizeIs(1));
     EXPECT_EQ(platform.smbios_release.calls()[0], table());
     EXPECT_EQ(releases_at_trace, 0U);
+}
+
+TEST_F(DimmTest, ReleasesSmbiosAlsoWhenThereIsNoComponent) {
+    smbios("DIMM 1", "12345678");
+
+    create({});
+
+    EXPECT_THAT(platform.smbios_release.calls(), ElementsAre(table()));
+}
+
+TEST_F(DimmTest, ReleasesSmbiosBeforeTheCacheStands) {
+    smbios("DIMM 1", "12345678");
+    // A request without an out record never waits: it is refused for the cache's status or, where that is right, for
+    // the record.
+    platform.smbios_release.during([](SmbiosTable*) {
+        const ComponentRequest request{};
+        GetComponentVPD(nullptr, 0, &request, nullptr);
+    });
+
+    create_modules({ddr4()});
+
+    EXPECT_THAT(platform.smbios_release.calls(), SizeIs(1));
+    EXPECT_TRUE(platform.logged_located(info, "GetComponentVPD", "ERROR:Cache wasn't created(status: 0)\n"));
+}
+
+TEST_F(DimmTest, UsesAndReleasesATableThatAFailedOpeningLeaves) {
+    smbios("DIMM 1", "12345678");
+    platform.smbios_open.always({-1, table()});
+
+    create_modules({ddr4()});
+
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(records().at(0).spd_info.config_speed, 2400U);
+    EXPECT_THAT(platform.smbios_release.calls(), ElementsAre(table()));
 }
 
 // ---- DDR5 dump
@@ -460,6 +503,25 @@ TEST_F(ModuleWithoutSizeTest, EndsTheRunWithTheMutexLocked) {
     EXPECT_THAT(requests_of(3), IsEmpty()) << "nothing is read behind it";
     EXPECT_THAT(dumps(), IsEmpty());
     EXPECT_EQ(FindFRURecord(1, nullptr), -4) << "the status is unchanged";
+}
+
+TEST_F(ModuleWithoutSizeTest, LeavesADestroyedCacheDestroyed) {
+    create_modules({ddr4()});
+    ASSERT_EQ(DestroyComponentVPDCache(), 0);
+    run_into_it({}, {});
+
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(FindFRURecord(1, nullptr), -4);
+    EXPECT_TRUE(platform.logged_located(info, "FindFRURecord", "ERROR:Cache wasn't created(status: 2)\n"));
+}
+
+TEST_F(ModuleWithoutSizeTest, LeavesItsImageAllocated) {
+    if (!allocator_can_fail) GTEST_SKIP() << "the sanitizer's allocator is in the way";
+    const AllocationWatch watch;
+    run_into_it({ddr4()}, {ddr4()});
+
+    constexpr std::size_t nodes = 3, image = 1;
+    EXPECT_EQ(watch.live_blocks(), nodes + image);
 }
 
 TEST_F(ModuleWithoutSizeTest, KeepsTheNodesForTheNextRun) {

@@ -68,6 +68,19 @@ TEST_F(DestroyTest, TracesTheNewStatusUnderTheLock) {
                                                 "unlock compvpd_access_mutex"));
 }
 
+TEST_F(DestroyTest, SetsTheStatusBeforeItTracesIt) {
+    create_three();
+    // A request without an out record is refused before it would wait for the run.
+    platform.during_trace([](const TraceLine&) {
+        const ComponentRequest request{};
+        GetComponentVPD(nullptr, 0, &request, nullptr);
+    });
+
+    EXPECT_EQ(DestroyComponentVPDCache(), 0);
+
+    EXPECT_TRUE(platform.logged_located(info, "GetComponentVPD", "ERROR:Cache wasn't created(status: 2)\n"));
+}
+
 TEST_F(DestroyTest, FreesEveryNode) {
     if (!allocator_can_fail) GTEST_SKIP() << "the sanitizer's allocator is in the way";
     const AllocationWatch watch;

@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 // A creation that finds the nodes of one that ended early: what it leaves of the first one's records.
-#include <malloc.h>
 #include <pthread.h>
 
-#include "failing_allocator.h"
 #include "module_fixture.h"
+#include "node_among.h"
 #include "own_process.h"
 
 using namespace vpdd::test;
 using testing::SizeIs;
 using vpdd::images::FruImage;
 using vpdd::images::FruLocator;
+using vpdd::images::OemProcessor;
 
 namespace {
 
@@ -39,6 +39,14 @@ protected:
     ComponentVpdRecord second_run(const FruImage& image) {
         platform.fru(5, image.build());
         return second_run();
+    }
+
+    /// The same, and the record itself that the first run has left.
+    ComponentVpdRecord* record_of_first_run(const Bytes& image, const FruLocator& locator = FruLocator(5, "FRU 5")) {
+        const AllocationWatch watch;
+        first_run(image, locator);
+        ComponentVpdNode* const node = node_among(watch, 5);
+        return node != nullptr ? &node->record : nullptr;
     }
 
     void fail_chunk(std::size_t offset) { platform.ipmi.when(reads(5, offset), ipmi_completion(0xCB)); }
@@ -156,29 +164,47 @@ TEST_F(SecondRunTest, ClearsAModuleBeforeItIsDecoded) {
     EXPECT_EQ(record.is_cached, 0);
 }
 
-TEST_F(SecondRunTest, ResetsTheStatusOfARecord) {
+TEST_F(SecondRunTest, TakesTheProcessorRecordAgain) {
+    const auto image = [](const char* threads) {
+        OemProcessor oem;
+        oem.texts[3] = threads;
+        oem.trailing = {0xC1, 0, 0};
+        return FruImage().multirecord(OemProcessor::record_type, oem.data());
+    };
+    first_run(image("28").build());
+
+    const auto record = second_run(image("56"));
+    EXPECT_EQ(record.vpd_format, 2U);
+    EXPECT_STREQ(record.oem_cpu.text[3], "56");
+}
+
+TEST_F(SecondRunTest, ResetsTheStatusOfARecordAndTakesItsNameAgain) {
     if (!allocator_can_fail) GTEST_SKIP() << "the sanitizer's allocator is in the way";
-    // No look-up hands out a record between the runs: the node is looked for among the library's blocks.
-    ComponentVpdRecord* record = nullptr;
-    {
-        const AllocationWatch watch;
-        first_run(board());
-        for (const void* block : watch.blocks()) {
-            auto* node = static_cast<ComponentVpdNode*>(const_cast<void*>(block));
-            if (malloc_usable_size(node) < sizeof *node || node->locator.fru_device_id != 5) continue;
-            record = &node->record;
-        }
-    }
+    ComponentVpdRecord* const record = record_of_first_run(board());
     ASSERT_NE(record, nullptr);
     ASSERT_STREQ(record->name, "FRU 5");
     record->status = 255;
     record->timestamp = 0x123456789;
+    std::strcpy(record->name, "another name");
 
     second_run();
 
     ASSERT_EQ(cached(5), record);
     EXPECT_EQ(record->status, 0);
     EXPECT_EQ(record->timestamp, 0);
+    EXPECT_TRUE(fills(record->name, "FRU 5"));
+}
+
+TEST_F(SecondRunTest, MarksAProcessorCartridgeWhateverItsFormatWas) {
+    if (!allocator_can_fail) GTEST_SKIP() << "the sanitizer's allocator is in the way";
+    ComponentVpdRecord* const record =
+        record_of_first_run(board(), FruLocator(5, "cartridge").modifier(3).entity(4, 2));
+    ASSERT_NE(record, nullptr);
+    record->vpd_format = 2;
+
+    second_run();
+
+    EXPECT_EQ(record->vpd_format, 3U);
 }
 
 }  // namespace

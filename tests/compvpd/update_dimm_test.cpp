@@ -233,6 +233,22 @@ TEST_F(UpdateDimmTest, TotalsTheSizesOfDdr4AndDdr5) {
               number_variable("tarn_var_total_memory_size", ddr4_size + 2 * ddr4_size + ddr5_size, 1));
 }
 
+TEST_F(UpdateDimmTest, TotalsTheSizesOfNvdimmsInEitherLayout) {
+    // The hybrid area: 2^5 x 32 MB x 2 ranks, times 2^4 and 2^5.
+    const Bytes as_ddr4 =
+        Ddr4Image().persistent().byte(0, 0x23).put(176, {0x05, 0, 0x10, 0, 0x00, 0x04}).seal().build();
+    const Bytes as_ddr5 =
+        Ddr5Image().persistent().byte(0, 0x30).put(592, {0x05, 0, 0x10, 0, 0x00, 0x05}).seal().build();
+    create_cache({module_component(1, as_ddr4), module_component(2, as_ddr5)});
+
+    UpdateComponentVPDCache();
+    EXPECT_EQ(total("tarn_var_total_memory_size"), 32768 + 65536);
+
+    platform.remove_fru(1);
+    UpdateComponentVPDCache();
+    EXPECT_EQ(total("tarn_var_total_memory_size"), 65536);
+}
+
 TEST_F(UpdateDimmTest, LeavesModulesThatCannotBeReadOutOfTheTotal) {
     create_cache({module_component(1, ddr4()), module_component(2, ddr4()), module_component(3, ddr4())});
     platform.remove_fru(1);
@@ -395,6 +411,17 @@ TEST_F(UpdateDimmTest, DecodesWithoutSmbiosAndReturns64) {
         EXPECT_EQ(module_info(id).config_speed, 0U);
     }
     EXPECT_EQ(total("tarn_var_total_memory_size"), ddr4_size + ddr5_size);
+}
+
+TEST_F(UpdateDimmTest, UsesAndReleasesATableThatAFailedOpeningLeaves) {
+    create_cache({module_component(1, ddr4())});
+    smbios("DIMM 1", "12345678");
+    platform.smbios_open.always({-1, table()});
+
+    EXPECT_EQ(UpdateComponentVPDCache(), 64);
+
+    EXPECT_EQ(module_info().config_speed, 2400U);
+    EXPECT_THAT(platform.smbios_release.calls(), ElementsAre(table()));
 }
 
 // ---- failed chunks

@@ -159,6 +159,15 @@ TEST_F(UpdateTest, ReturnsMinus10WhenSmbiosAndAFruFail) {
     EXPECT_EQ(UpdateComponentVPDCache(), -10) << "the last failure stands";
 }
 
+TEST_F(UpdateTest, ReleasesSmbiosAlsoWhenAFruFails) {
+    create_cache({{5, complete("a").build()}, {6, complete("b").build()}});
+    platform.ipmi.when(reads(5, 0), ipmi_completion(0xCB));
+
+    EXPECT_EQ(UpdateComponentVPDCache(), -10);
+
+    EXPECT_THAT(platform.smbios_release.calls(), ElementsAre(table()));
+}
+
 // ---- reading
 
 TEST_F(UpdateTest, SendsNoRequestsBeyondThoseOfTheImages) {
@@ -213,6 +222,45 @@ TEST_F(UpdateTest, SkipsFormatsThatAreNotReadAndCountsThem) {
     EXPECT_EQ(cached(6)->vpd_format, 3U);
     EXPECT_THAT(platform.requests(), IsEmpty());
     EXPECT_EQ(platform.written("vpdd_comp_sdr_cnt"), number_variable("vpdd_comp_sdr_cnt", 2, 0));
+}
+
+TEST_F(UpdateTest, SetsTheIdsAgainAlsoWhereNothingIsRead) {
+    create_cache({{5, complete("a").build(), 0xA7, 1, 0x0F}, {6, complete("b").build(), 4, 3}, {7, {}, 9}});
+    ComponentVpdRecord* const records[] = {cached(5), cached(6), cached(7)};
+    for (ComponentVpdRecord* record : records) record->fru_id = record->entity_id = record->entity_instance = 77;
+
+    EXPECT_EQ(UpdateComponentVPDCache(), 0);
+
+    constexpr uint8_t entities[] = {0xA7, 4, 9};
+    for (const uint8_t id : {5, 6, 7}) {
+        EXPECT_EQ(records[id - 5]->fru_id, id);
+        EXPECT_EQ(records[id - 5]->entity_id, entities[id - 5]);
+        EXPECT_EQ(records[id - 5]->entity_instance, id);
+    }
+    EXPECT_TRUE(platform.logged(warning, "UpdateComponentVPDCache A7.05 skip unhandled format=0F.01."));
+}
+
+TEST_F(UpdateTest, MarksAProcessorCartridgeWhateverItsFormatWas) {
+    create_cache({{6, complete("b").build(), 4, 3}});
+    cached(6)->vpd_format = 2;
+
+    UpdateComponentVPDCache();
+
+    EXPECT_EQ(cached(6)->vpd_format, 3U);
+}
+
+TEST_F(UpdateTest, LeavesTheMarkOfFormatsThatAreNotDecoded) {
+    const Bytes image = complete("a").build();
+    create_cache({{5, image, 7, 0, 0x0F}, {6, image, 4, 3}, {7, image, 7, 4}, {8, image, 7, 4}});
+    for (const uint8_t id : {5, 6, 7, 8}) {
+        ASSERT_EQ(cached(id)->is_cached, 0);
+        cached(id)->is_cached = 1;
+    }
+    platform.ipmi.when(reads(8, 0), ipmi_completion(0xCB));
+
+    EXPECT_EQ(UpdateComponentVPDCache(), 0);
+
+    for (const int id : {5, 6, 7, 8}) EXPECT_EQ(cached(static_cast<uint8_t>(id))->is_cached, 1) << id;
 }
 
 TEST_F(UpdateTest, ReadsImagesOfOtherModifiersAndPassesOverThem) {
@@ -468,6 +516,15 @@ TEST_F(UpdateTest, PublishesThePartNumberOfABoardUnderItsFruId) {
     EXPECT_THAT(platform.log(info), IsEmpty());
 }
 
+TEST_F(UpdateTest, PublishesAPartNumberOfNothingButBlanksAsAnEmptyText) {
+    create_cache({{5, FruImage().board({.part = "   "}).build()}, {6, FruImage().product({.part = " \t "}).build()}});
+
+    UpdateComponentVPDCache();
+
+    EXPECT_THAT(part_numbers(), ElementsAre(text_variable("TARN_STR_PART_NUM_05", "", 1),
+                                            text_variable("TARN_STR_PART_NUM_06", "", 1)));
+}
+
 // ---- product
 
 TEST_F(UpdateTest, RefreshesTheFieldsOfAProductWithoutABoard) {
@@ -556,6 +613,16 @@ TEST_F(PpinTest, IsTheLastNineBytesOfTheImage) { EXPECT_EQ(ppin_of(product_with_
 
 TEST_F(PpinTest, IsTheLastNineBytesOfALargeImage) {
     EXPECT_EQ(ppin_of(product_with_tail("x1234ABCDE", 600)), "1234ABCDE");
+}
+
+TEST_F(PpinTest, IsTrimmedAtTheEndOfAnImageThatHadToGrow) {
+    create_cache({{5, product_with_tail("x  12 34 \t", 2048), processor}});
+    {
+        const AllocationWatch what_grows_is_filled_with_rubbish;
+        UpdateComponentVPDCache();
+    }
+
+    EXPECT_STREQ(cached(5)->ppin, "12 34");
 }
 
 TEST_F(PpinTest, IsTrimmed) { EXPECT_EQ(ppin_of(product_with_tail("x  12 34 \t")), "12 34"); }
@@ -661,6 +728,7 @@ TEST_F(PpinTest, StaysWhenThereIsNoMemoryForTheDumpAndTheFieldsAreTaken) {
 
 TEST_F(UpdateTest, ReportsAnImageWithNeitherAreaAndNoMultirecords) {
     create_cache({{5, FruImage().chassis({}).build()}});
+    cached(5)->is_cached = 0;
 
     EXPECT_EQ(UpdateComponentVPDCache(), 0);
 
@@ -670,6 +738,24 @@ TEST_F(UpdateTest, ReportsAnImageWithNeitherAreaAndNoMultirecords) {
     EXPECT_THAT(platform.log()[1].text, HasSubstr("MultiRecord"));
     EXPECT_EQ(cached(5)->is_cached, 1);
     EXPECT_THAT(part_numbers(), IsEmpty());
+}
+
+TEST_F(UpdateTest, MarksAnImageWithAnyOneAreaAsCached) {
+    const std::pair<const char*, FruImage> images[] = {{"chassis", FruImage().chassis({})},
+                                                       {"board", FruImage().board({})},
+                                                       {"product", FruImage().product({})},
+                                                       {"multirecords", FruImage().multirecord(0x01, {})}};
+    create_cache({{5, complete("maker").build()}});
+    for (const auto& [area, image] : images) {
+        replace(5, image);
+        cached(5)->is_cached = 0;
+        UpdateComponentVPDCache();
+        EXPECT_EQ(cached(5)->is_cached, 1) << area;
+    }
+    replace(5, FruImage().internal_use({1}));
+    cached(5)->is_cached = 0;
+    UpdateComponentVPDCache();
+    EXPECT_EQ(cached(5)->is_cached, 0) << "nothing to decode";
 }
 
 TEST_F(UpdateTest, LeavesTheTextsOfAnImageThatLostItsAreas) {
@@ -805,6 +891,16 @@ TEST_F(ProcessorTest, LendTheLongestModelWhole) {
     EXPECT_EQ(first_model(), std::string(63, 'M'));
 }
 
+TEST_F(ProcessorTest, LendAModelThatFillsItsField) {
+    create_cache({{1, complete("maker").build(), processor}});
+    const std::string model(64, 'M');  // as a record from the log may have it: no field of an image is that long
+    std::strcpy(cached(1)->product_version, model.c_str());
+    UpdateComponentVPDCache();
+
+    EXPECT_EQ(platform.written("tarn_var_first_cpu_model"),
+              counted_text_variable("tarn_var_first_cpu_model", model, 1));
+}
+
 TEST_F(ProcessorTest, AreCountedAlsoWithNeitherArea) {
     update_processors({FruImage().internal_use({1}).build()});
 
@@ -864,6 +960,17 @@ TEST_F(ProcessorTest, GetTheProcessorRecordThatTheImageGained) {
     EXPECT_STREQ(cached(1)->oem_cpu.text[3], "28");
     EXPECT_EQ(cached(1)->vpd_format, 2U);
     EXPECT_EQ(total("tarn_var_total_logical_cpu_count"), 28);
+}
+
+TEST_F(ProcessorTest, GetTheProcessorRecordThatTheImageHasNow) {
+    create_cache({{1, processor_image("model", "28"), processor}});
+    ASSERT_EQ(cached(1)->vpd_format, 2U);
+    replace(1, processor_image("model", "56"));
+    UpdateComponentVPDCache();
+
+    EXPECT_STREQ(cached(1)->oem_cpu.text[3], "56");
+    EXPECT_EQ(cached(1)->vpd_format, 2U);
+    EXPECT_EQ(total("tarn_var_total_logical_cpu_count"), 56);
 }
 
 // ---- totals

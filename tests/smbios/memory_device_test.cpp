@@ -400,6 +400,14 @@ TEST_F(SerialMatch, RefusesANullGroupAndAnotherTypeOfGroup) {
                                             debug_line(serial_match, "It is not memory type\n")));
 }
 
+TEST_F(SerialMatch, SaysThatTheSerialIsNullOnlyWhenDebugging) {
+    debug();
+
+    EXPECT_EQ(vpdd_get_the_smbios_dimm_info(group_of({device_with_serial("12345678")}), nullptr), nullptr);
+
+    EXPECT_THAT(platform.log(), ElementsAre(debug_line(serial_match, "name is NULL\n")));
+}
+
 TEST_F(SerialMatch, RefusesANullSerial) {
     SmbiosTypeGroup empty{17, 0, nullptr, nullptr};
 
@@ -637,6 +645,19 @@ TEST_F(SizeAndSpeedBySlot, NamesTheCallersLocatorWhenDebugging) {
 
     EXPECT_THAT(platform.log(), ElementsAre(debug_line(slot_match, "There is no 02 infomation\n"),
                                             debug_line(by_slot, "Can't find the DIMM 02 in smbios table\n")));
+}
+
+TEST_F(SizeAndSpeedBySlot, NamesALongLocatorWhole) {
+    debug();
+    auto* table = table_of({device_at("DIMM 1")});
+    Values values;
+    const std::string locator = "2" + std::string(900, 'x');
+
+    EXPECT_EQ(vpdd_get_size_speed_from_smbios_by_device_locator(table, locator.c_str(), &values.size, &values.speed),
+              -3);
+
+    EXPECT_THAT(platform.log(), ElementsAre(debug_line(slot_match, "There is no 2 infomation\n"),
+                                            debug_line(by_slot, "Can't find the " + locator + " in smbios table\n")));
 }
 
 TEST_F(SizeAndSpeedBySlot, SearchesNoSlotForALocatorWithoutDigits) {

@@ -45,6 +45,17 @@ TEST_F(LoadTable, TakesEveryNonZeroResultAsAFailure) {
                 ElementsAre(error_line(14, "vpdd_load_smbios_table", "smbt_init failed,ret=0xffffffff\n")));
 }
 
+TEST_F(LoadTable, LeavesWhatAFailedOpeningPutIntoTheHandle) {
+    SmbiosTable stored{};
+    platform.smbios_open.always({-1, &stored});
+    SmbiosTable* table = nullptr;
+
+    EXPECT_EQ(vpdd_load_smbios_table(&table), -1);
+
+    EXPECT_EQ(table, &stored) << "the caller may look it up, and has to free it";
+    EXPECT_EQ(platform.smbios_release.count(), 0u);
+}
+
 TEST_F(FreeTable, ReleasesTheTableAndClearsTheHandle) {
     SmbiosTable stored{};
     SmbiosTable* table = &stored;
