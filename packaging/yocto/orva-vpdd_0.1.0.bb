@@ -37,7 +37,9 @@ FILES:${PN}-tools = " \
     ${datadir}/orva_vpdd \
     ${datadir}/bash-completion \
     ${systemd_system_unitdir} \
+    ${sysconfdir}/vpdd \
 "
+CONFFILES:${PN}-tools = "${sysconfdir}/vpdd/bmc.json"
 # Loaded when a database is opened.
 RDEPENDS:${PN}-tools += "libsqlite3"
 SYSTEMD_PACKAGES = "${@bb.utils.contains('PACKAGECONFIG', 'tools', '${PN}-tools', '', d)}"
