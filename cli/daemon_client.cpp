@@ -74,12 +74,15 @@ std::vector<uint8_t> DaemonClient::ask(const std::string& request, std::size_t r
     return bytes;
 }
 
+std::string DaemonClient::daemon_status() const {
+    const std::vector<uint8_t> bytes = ask(VPDD_REQUEST_STATUS, VPDD_STATUS_ROOM);
+    if (bytes.empty()) throw NoDaemon("vpdd has no room for another client, or has just ended; try again");
+    return {bytes.begin(), bytes.end()};
+}
+
 /// No answer is told apart from an empty one by what the daemon says of itself.
 void DaemonClient::require_ready() const {
-    const std::vector<uint8_t> bytes = ask(VPDD_REQUEST_STATUS, VPDD_STATUS_ROOM);
-    const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    if (text.empty()) throw NoDaemon("vpdd has no room for another client, or has just ended; try again");
-    if (text.find("\nstate=ready\n") == std::string_view::npos) {
+    if (daemon_status().find("\nstate=ready\n") == std::string::npos) {
         throw NoDaemon("vpdd is still reading the server's components; try again");
     }
 }
@@ -118,7 +121,7 @@ OemMachineRecord DaemonClient::oem_machine() const {
 
 Inventory DaemonClient::inventory() const { return sorted_inventory(machine(), components()); }
 
-ServerStatus DaemonClient::status() const { return served_status(components(), log()); }
+ServerStatus DaemonClient::status() const { return served_status(components(), log(), daemon_status()); }
 
 DaemonClient::News DaemonClient::changes(uint64_t after, unsigned wait) const {
     constexpr std::size_t room = sizeof(VpddChanges) + VPDD_KEPT_CHANGES * sizeof(VpddChangeEntry);

@@ -50,6 +50,8 @@ public:
 private:
     /// Empty when the daemon has nothing to say to this.
     std::vector<uint8_t> ask(const std::string& request, std::size_t room) const;
+    /// Lines "key=value".
+    std::string daemon_status() const;
     void require_ready() const;
     template <class Record>
     std::vector<Record> ask_records(const std::string& request, std::size_t most) const;

@@ -99,6 +99,7 @@ ComponentStatus status_of(const ComponentVpdRecord& record, const Snapshot& befo
 
 /// The library does not install what it cannot read.
 std::string presence_of(const ComponentStatus& component) {
+    if (!component.is_looked_at) return "not known";
     return component.remark.empty() ? presence_text(component.record.status) : "not read";
 }
 
@@ -120,6 +121,24 @@ std::size_t count_with(const ServerStatus& status, const std::string& presence) 
 std::size_t count_changed(const ServerStatus& status) {
     const auto changed = [](const ComponentStatus& component) { return is_shown(component, true); };
     return static_cast<std::size_t>(std::count_if(status.components.begin(), status.components.end(), changed));
+}
+
+/// Of lines "key=value"; empty without such a key.
+std::string value_of(const std::string& lines, const std::string& key) {
+    const std::string mark = '\n' + key + '=';
+    const std::size_t found = lines.find(mark);
+    if (found == std::string::npos) return {};
+    const std::size_t begin = found + mark.size();
+    return lines.substr(begin, lines.find('\n', begin) - begin);
+}
+
+/// @param trouble "update=-10 status=-32"
+std::string trouble_text(const std::string& trouble, bool is_looked_at) {
+    if (trouble.empty()) return {};
+    if (trouble.find("status=") == std::string::npos) return "vpdd could not read everything (" + trouble + ")";
+    const std::string what =
+        is_looked_at ? "cannot look any more which components are there" : "cannot look which components are there";
+    return "vpdd " + what + " (" + trouble + "): can it write the activity log in /flash/data0?";
 }
 
 Json component_status_json(const ComponentStatus& component) {
@@ -156,12 +175,15 @@ ServerStatus take_status(std::ostream* log) {
 }
 
 ServerStatus served_status(const std::vector<ComponentVpdRecord>& components,
-                           const std::vector<ComponentVpdRecord>& log) {
+                           const std::vector<ComponentVpdRecord>& log, const std::string& daemon_status) {
     ServerStatus status;
+    const bool is_looked_at = value_of(daemon_status, "looked") != "0";
     for (const ComponentVpdRecord& record : components) {
-        status.components.push_back(
-            {record, identity_of(record, log), {}, {}, record.entity_id != entity_memory_device});
+        const bool is_logged = record.entity_id != entity_memory_device;
+        status.components.push_back({record, identity_of(record, log), {}, {}, is_logged, is_looked_at});
     }
+    status.trouble = trouble_text(value_of(daemon_status, "trouble"), is_looked_at);
+    status.is_complete = status.trouble.empty();
     return status;
 }
 
@@ -169,7 +191,7 @@ std::string summary(const ServerStatus& status) {
     std::string text = std::to_string(status.components.size()) +
                        " components: " + std::to_string(count_with(status, "present")) + " present, " +
                        std::to_string(count_with(status, "absent")) + " absent";
-    for (const char* presence : {"not read", "no sensor"}) {
+    for (const char* presence : {"not read", "no sensor", "not known"}) {
         const std::size_t count = count_with(status, presence);
         if (count > 0) text += ", " + std::to_string(count) + ' ' + presence;
     }
@@ -209,6 +231,7 @@ Json status_json(const ServerStatus& status, bool only_changes) {
               {"Absent", count_with(status, "absent")},
               {"NotRead", count_with(status, "not read")},
               {"NoSensor", count_with(status, "no sensor")},
+              {"NotKnown", count_with(status, "not known")},
               {"Changed", count_changed(status)}}}};
 }
 

@@ -20,19 +20,22 @@ struct ComponentStatus {
     std::string change;         ///< since the last time; empty for what is not logged
     std::string remark;         ///< why the component was not read
     bool is_logged = true;
+    bool is_looked_at = true;  ///< false: the record's status means nothing
 };
 
 struct ServerStatus {
     std::vector<ComponentStatus> components;
     bool is_complete = true;  ///< every FRU that is there was read
+    std::string trouble;      ///< what vpdd could not do, for people; empty: nothing
 };
 
 /// Restores, updates and polls. The server is open, in a private root, and its cache stands. Throws std::runtime_error.
 ServerStatus take_status(std::ostream* log);
 
 /// From what the daemon has: it does not tell what has changed.
+/// @param daemon_status the lines of its answer to VPDD_REQUEST_STATUS
 ServerStatus served_status(const std::vector<ComponentVpdRecord>& components,
-                           const std::vector<ComponentVpdRecord>& log);
+                           const std::vector<ComponentVpdRecord>& log, const std::string& daemon_status);
 
 /// "6 components: 5 present, 1 absent; 0 changed"
 std::string summary(const ServerStatus& status);

@@ -7,6 +7,7 @@
 #include "cli/command.h"
 #include "cli/common_options.h"
 #include "cli/daemon_client.h"
+#include "cli/display_text.h"
 #include "cli/status.h"
 
 namespace vpdd::cli {
@@ -46,6 +47,7 @@ ExitCode run(const Arguments& arguments) {
         print_status(std::cout, status, arguments.only_changes, output_style());
     }
     session.require_bmc();
+    if (!status.trouble.empty()) std::cerr << "vpdctl: " << displayable(status.trouble) << '\n';
     return status.is_complete ? ExitCode::ok : ExitCode::incomplete;
 }
 

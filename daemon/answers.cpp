@@ -31,6 +31,7 @@ Reply status_reply(const Holdings& holdings, std::size_t room) {
     if (holdings.inventory) {
         add("\npass=", holdings.inventory->pass);
         add("\ntaken=", holdings.inventory->taken);
+        add("\nlooked=", holdings.inventory->looked);
         add("\ncomponents=", holdings.inventory->components.size());
         add("\nlog_entries=", holdings.inventory->log.size());
         if (!holdings.inventory->trouble.empty()) text += "\ntrouble=" + holdings.inventory->trouble;

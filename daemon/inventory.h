@@ -22,6 +22,7 @@ struct Inventory {
     std::optional<OemMachineRecord> oem_machine;
     uint64_t pass = 0;    ///< the keeper's pass that made it
     int64_t taken = 0;    ///< seconds since the Unix epoch
+    int64_t looked = 0;   ///< when presence was last looked at, seconds since the Unix epoch; 0: not yet
     std::string trouble;  ///< what the last pass could not do; empty: nothing
 };
 

@@ -147,12 +147,13 @@ bool Keeper::begin() {
     restore();
     if (!poll_presence()) return false;
     const auto inventory = take_inventory();
-    publish(false, changes_since_last_run(log, *inventory), inventory);
+    publish(false, looked_ != 0 ? changes_since_last_run(log, *inventory) : Changes{}, inventory);
     is_anything_new_there();  // what cannot be read now is nothing new later
     return true;
 }
 
 bool Keeper::create_cache() {
+    looked_ = 0;
     const int result = CreateComponentVPDCache();
     if (result == 0) return true;
     // The library may have left its lock held: nothing that needs it must follow.
@@ -170,8 +171,7 @@ void Keeper::restore() {
 
 void Keeper::update_cache() {
     refreshed_ = std::chrono::steady_clock::now();
-    const int result = UpdateComponentVPDCache();
-    if (result != 0) trouble_ = "update=" + std::to_string(result);
+    update_result_ = UpdateComponentVPDCache();
 }
 
 /// What is to be done next, when it is due.
@@ -187,7 +187,6 @@ Keeper::Work Keeper::next_work() {
 }
 
 bool Keeper::carry_out(const Work& work) {
-    trouble_.clear();
     if (work.reload) reload();
     if (platform_.check != nullptr) platform_.check();
     if (work.clean_log) clean_log();
@@ -198,8 +197,14 @@ bool Keeper::carry_out(const Work& work) {
     if (!poll_presence()) return false;
 
     const auto inventory = take_inventory();
-    publish(work.reload, changes_between(*current_, *inventory), inventory);
+    publish(work.reload, changes_to(*inventory), inventory);
     return true;
+}
+
+/// Until presence has been looked at, the last that is known of it is the log.
+Changes Keeper::changes_to(const Inventory& now) const {
+    const bool is_first_look = now.looked != 0 && current_->looked == 0;
+    return is_first_look ? changes_since_last_run(current_->log, now) : changes_between(*current_, now);
 }
 
 /// The ports' addresses are part of the machine's record.
@@ -251,10 +256,18 @@ bool Keeper::is_anything_new_there() {
 
 /// False when the library has locked the cache for good.
 bool Keeper::poll_presence() {
-    const int result = UpdateComponentStatus(look_for_presence);
-    if (result == cache_gone) return fail("the component cache went away during a pass");
-    if (result != 0) trouble_ = "status=" + std::to_string(result);
+    status_result_ = UpdateComponentStatus(look_for_presence);
+    if (status_result_ == cache_gone) return fail("the component cache went away during a pass");
+    if (status_result_ == 0) looked_ = time(nullptr);
     return true;
+}
+
+/// "update=-10 status=-32"; empty: none.
+std::string Keeper::trouble() const {
+    std::string text = update_result_ != 0 ? "update=" + std::to_string(update_result_) : "";
+    if (status_result_ == 0) return text;
+    if (!text.empty()) text += ' ';
+    return text + "status=" + std::to_string(status_result_);
 }
 
 /// Between two passes, so that no rewrite is under way.
@@ -271,7 +284,8 @@ std::shared_ptr<Inventory> Keeper::take_inventory() {
     log_stamp_ = stamp;
     copy_machine(*inventory);
     inventory->taken = time(nullptr);
-    inventory->trouble = trouble_;
+    inventory->looked = looked_;
+    inventory->trouble = trouble();
     return inventory;
 }
 

@@ -86,6 +86,8 @@ private:
     void clean_log();
     void publish(bool is_reload_done, Changes changes, std::shared_ptr<Inventory> inventory);
     std::shared_ptr<Inventory> take_inventory();
+    Changes changes_to(const Inventory& now) const;
+    std::string trouble() const;
     void note(int priority, const std::string& text);
     bool fail(const std::string& reason);
 
@@ -113,7 +115,9 @@ private:
     std::chrono::steady_clock::time_point refreshed_;
     LogStamp log_stamp_;
     Records room_;
-    std::string trouble_;
+    int64_t looked_ = 0;     ///< when presence was last looked at, seconds since the Unix epoch; 0: not yet
+    int update_result_ = 0;  ///< of the last UpdateComponentVPDCache()
+    int status_result_ = 0;  ///< of the last look at the presence
 };
 
 }  // namespace vpdd::daemon

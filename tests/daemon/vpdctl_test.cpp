@@ -12,6 +12,7 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 
+constexpr int exit_incomplete = 1;
 constexpr int exit_failure = 4;
 constexpr int exit_usage = 2;
 
@@ -58,6 +59,36 @@ TEST_F(Vpdctl, ShowsWhatTheDaemonHas) {
     EXPECT_THAT(vpdctl({"status"}).output, AllOf(HasSubstr("4 components: 3 present, 1 absent"), HasSubstr("FN1")));
     EXPECT_THAT(vpdctl({"status", "--refresh", "--json"}).output, HasSubstr("\"Presence\": \"present\""));
     EXPECT_THAT(vpdctl({"log"}).output, AllOf(HasSubstr("installed"), HasSubstr("FN1")));
+}
+
+TEST_F(Vpdctl, SaysThatThePresenceIsNotKnownWhereTheDaemonCannotLook) {
+    std::filesystem::create_directory("/flash/data0/component_activity.log");
+    DaemonProcess daemon(arguments());
+    ASSERT_TRUE(daemon.becomes_ready());
+
+    const Outcome table = vpdctl({"status"});
+    const Outcome json = vpdctl({"status", "--json"});
+
+    EXPECT_EQ(table.code, exit_incomplete);
+    EXPECT_THAT(table.output, AllOf(HasSubstr("4 components: 0 present, 0 absent, 4 not known; 0 changed"),
+                                    HasSubstr("vpdctl: vpdd cannot look which components are there (status=-32)")));
+    EXPECT_EQ(json.code, exit_incomplete);
+    EXPECT_THAT(json.output, AllOf(HasSubstr("\"Presence\": \"not known\""), Not(HasSubstr("\"absent\""))));
+    EXPECT_THAT(changes_of(ask("changes 0\n")), testing::IsEmpty());
+}
+
+TEST_F(Vpdctl, TellsThePresenceAsSoonAsTheDaemonCanLook) {
+    std::filesystem::create_directory("/flash/data0/component_activity.log");
+    DaemonProcess daemon(arguments());
+    ASSERT_TRUE(daemon.becomes_ready());
+    std::filesystem::remove("/flash/data0/component_activity.log");
+
+    ASSERT_TRUE(eventually([] { return ask_status().find("trouble=") == std::string::npos; })) << ask_status();
+
+    const Outcome status = vpdctl({"status"});
+    EXPECT_EQ(status.code, 0);
+    EXPECT_THAT(status.output, AllOf(HasSubstr("3 present, 1 absent; 0 changed"), Not(HasSubstr("vpdctl:"))));
+    EXPECT_THAT(changes_of(ask("changes 0\n")), testing::SizeIs(2));
 }
 
 TEST_F(Vpdctl, ReadsWhatTheDaemonHasLeftWithoutAskingIt) {
