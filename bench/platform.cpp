@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "platform/configuration.h"
@@ -110,7 +111,15 @@ int log_debug_log(const char*, int, const char*, ...) { return 0; }
 int pm_sent_data(int, const void*, uint32_t) { return -1; }
 int pm_read_data(int, void*, uint32_t) { return -1; }
 int sw_msg_dispatcher(int, void*, int32_t, int32_t) { return 0; }
-int proc_system(const char*) { return 0; }
+/// The log's backup is another name of the log: a shell that really copies is not what is measured.
+int proc_system(const char* command) {
+    constexpr char log[] = "/flash/data0/component_activity.log";
+    constexpr char backup[] = "/flash/data0/component_activity.log.backup";
+    const std::string_view text(command);
+    if (text.starts_with("/bin/cp")) return link(log, backup);
+    if (text.starts_with("/bin/rm")) return unlink(backup);
+    return rename(backup, log);
+}
 
 // ---- interposed functions of the C library
 

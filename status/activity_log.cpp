@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr char log_folder[] = "/flash/data0";
-
 constexpr int most_entries = 250;
 constexpr int not_loaded = -1;
 constexpr int no_memory = -6;
@@ -74,7 +72,11 @@ enum class CutRewrite { keep_log, keep_backup, cannot_be_told };
 CutRewrite compare_with_backup() {
     const LoadEnd backup = count_valid_entries(vpdd::activity_log_backup);
     const LoadEnd log = count_valid_entries(vpdd::activity_log);
-    if (!backup.is_whole || !log.is_whole) return CutRewrite::cannot_be_told;
+    if (!backup.is_whole || !log.is_whole) {
+        vpdd::log_line(vpdd::log_warning, "log_inventory", "ERROR:Fail to read log file(%s) or its backup.\n",
+                       vpdd::activity_log);
+        return CutRewrite::cannot_be_told;
+    }
     return backup.result > log.result ? CutRewrite::keep_backup : CutRewrite::keep_log;
 }
 
@@ -120,8 +122,13 @@ SoleWriter::~SoleWriter() {
 }
 
 bool LogRewrite::load(StatusList& list) {
+    // Another rewrite may have truncated the log: what it holds now must neither be backed up nor be written again.
+    if (!sole_writer_.is_sole()) {
+        log_line(log_info, function_, "ERROR:Fail to operate file lock.\n");
+        return false;
+    }
     // The backup of a rewrite that was cut short must not be overwritten before it has been put back.
-    if (sole_writer_.is_sole() && backup_exists()) {
+    if (backup_exists()) {
         const CutRewrite cut = compare_with_backup();
         if (cut == CutRewrite::cannot_be_told) return false;
         if (cut == CutRewrite::keep_backup && !put_backup_back()) return false;
@@ -158,10 +165,9 @@ void LogRewrite::write(const StatusList& list) {
 }
 
 bool LogRewrite::end(const ComponentVpdRecord* last) {
-    // An entry that found the device full was named when it was written; what was still in the buffer was not.
-    const bool was_full = std::ferror(file_.get()) != 0;
-    const bool is_written = is_on_device(file_.get());
-    if (!was_full && std::ferror(file_.get()) != 0 && last != nullptr) note_incomplete(*last);
+    const bool is_flushed = std::fflush(file_.get()) == 0;
+    if (!is_flushed && last != nullptr) note_incomplete(*last);
+    const bool is_written = is_flushed && flushed_is_on_device(file_.get());
     file_.reset();
     lock_.release();
     if (is_written) {
@@ -172,9 +178,9 @@ bool LogRewrite::end(const ComponentVpdRecord* last) {
     return is_written;
 }
 
-bool is_on_device(FILE* file) {
+bool flushed_is_on_device(FILE* file) {
     // A flush that failed while the entries were written shows only in the stream's error flag.
-    return std::fflush(file) == 0 && std::ferror(file) == 0 && fsync(fileno(file)) == 0;
+    return std::ferror(file) == 0 && fsync(fileno(file)) == 0;
 }
 
 bool rewrite_was_cut() { return backup_exists(); }

@@ -12,6 +12,7 @@
 
 namespace vpdd {
 
+inline constexpr char log_folder[] = "/flash/data0";
 inline constexpr char activity_log[] = "/flash/data0/component_activity.log";
 inline constexpr char activity_log_backup[] = "/flash/data0/component_activity.log.backup";
 
@@ -28,8 +29,8 @@ using LogBuffer = std::array<char, 16384>;
 using LoadedLog = OwnedList<StatusList>;
 
 /// Holds off every other rewrite of the log, of other processes and threads, while it lives: the lock of readers and
-/// writers is taken only after a rewrite has loaded the log and truncated it. A wait of 30 seconds is given up, so that
-/// a caller who holds that lock already stays no longer.
+/// writers is taken only after a rewrite has loaded the log and truncated it. A wait of 30 seconds is given up: the
+/// rewrite that is waited for may itself wait for that lock, which the waiting process holds.
 class SoleWriter {
 public:
     SoleWriter();
@@ -37,7 +38,7 @@ public:
     SoleWriter(const SoleWriter&) = delete;
     SoleWriter& operator=(const SoleWriter&) = delete;
 
-    /// False when the wait was given up: a backup may then be that of a rewrite under way.
+    /// False when the wait was given up: log and backup are then those of a rewrite under way.
     bool is_sole() const { return is_sole_; }
 
 private:
@@ -52,7 +53,8 @@ public:
     /// `function` is the operation that the messages name.
     explicit LogRewrite(const char* function) : function_(function) {}
 
-    /// Loads what is to be rewritten. False when not all of it can be read.
+    /// Loads what is to be rewritten. False when not all of it can be read, or another rewrite does not come to its
+    /// end.
     bool load(StatusList& list);
     /// Makes room in `list` for one more entry, and the file ready. False when the log was left or put back as it was.
     bool begin(StatusList& list);
@@ -71,8 +73,8 @@ private:
     File file_;
 };
 
-/// Writes out what the stream and the kernel still hold.
-bool is_on_device(FILE* file);
+/// Whether all that was written to a stream, which is flushed, reaches the device.
+bool flushed_is_on_device(FILE* file);
 
 /// Whether a backup is left from a rewrite that did not come to its end.
 bool rewrite_was_cut();

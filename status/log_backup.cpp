@@ -2,6 +2,7 @@
 #include "status/log_backup.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -21,11 +22,18 @@ int run(const char* command) {
     return proc_system(command);
 }
 
-/// The backup must be on the device before the log is truncated. Deliberate: a shell that reports success without a
-/// backup is believed.
+/// After a loss of power the names in a folder are those of its last flush.
+void flush_folder() {
+    const vpdd::ScopedFd folder(open(vpdd::log_folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (folder.get() >= 0) fsync(folder.get());
+}
+
+/// Also false when there is no backup, whatever the shell has reported.
 bool flush_backup() {
-    const vpdd::ScopedFd fd(open(vpdd::activity_log_backup, O_RDONLY | O_CLOEXEC));
-    return fd.get() < 0 ? errno == ENOENT : fsync(fd.get()) == 0;
+    const vpdd::ScopedFd backup(open(vpdd::activity_log_backup, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    struct stat status {};
+    return backup.get() >= 0 && fstat(backup.get(), &status) == 0 && S_ISREG(status.st_mode) &&
+           fsync(backup.get()) == 0;
 }
 
 bool write_backup(const StatusList& list) {
@@ -34,7 +42,7 @@ bool write_backup(const StatusList& list) {
     for (const StatusNode* node = list.head; node != nullptr; node = node->next) {
         log_write_node(file.get(), &node->entry);
     }
-    return vpdd::is_on_device(file.get());
+    return std::fflush(file.get()) == 0 && vpdd::flushed_is_on_device(file.get());
 }
 
 }  // namespace
@@ -44,17 +52,30 @@ namespace vpdd {
 // A backup that cannot be asked for may hold the only whole log.
 bool backup_exists() { return access(activity_log_backup, F_OK) == 0 || (errno != ENOENT && errno != ENOTDIR); }
 
+// The backup and its name must be on the device before the log is truncated.
 bool make_backup(const StatusList& list) {
-    if (log_handle(copy_log) == 0 && flush_backup()) return true;
-    if (write_backup(list)) return true;
+    if ((log_handle(copy_log) == 0 && flush_backup()) || write_backup(list)) {
+        flush_folder();
+        return true;
+    }
     ::unlink(activity_log_backup);  // a part of a backup only takes room
     return false;
 }
 
-bool put_backup_back() { return log_handle(move_back) == 0 || std::rename(activity_log_backup, activity_log) == 0; }
+bool put_backup_back() {
+    const bool is_back =
+        (log_handle(move_back) == 0 && !backup_exists()) || std::rename(activity_log_backup, activity_log) == 0;
+    flush_folder();
+    return is_back;
+}
 
 void discard_backup() {
-    if (log_handle(remove_backup) != 0) ::unlink(activity_log_backup);
+    log_handle(remove_backup);
+    // One that cannot be removed must not be taken for the better log later.
+    if (backup_exists() && ::unlink(activity_log_backup) != 0) {
+        const ScopedFd emptied(open(activity_log_backup, O_WRONLY | O_TRUNC | O_NONBLOCK | O_CLOEXEC));
+    }
+    flush_folder();
 }
 
 }  // namespace vpdd

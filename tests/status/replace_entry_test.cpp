@@ -112,6 +112,7 @@ TEST_F(ReplaceEntry, GoesThroughTheStepsOfARewrite) {
                           "open BACKUP",
                           "fsync BACKUP",
                           "close BACKUP",
+                          "fsync FOLDER",
                           "fopen LOG w+",
                           "open LOCK",
                           "lock LOCK",
@@ -123,6 +124,7 @@ TEST_F(ReplaceEntry, GoesThroughTheStepsOfARewrite) {
                           "sleep 100000",
                           "close LOCK",
                           std::string("shell ") + discard_backup,
+                          "fsync FOLDER",
                       }));
 }
 

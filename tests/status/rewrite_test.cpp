@@ -267,14 +267,15 @@ TEST_F(LogUpdate, LoadsBacksUpTruncatesAndOnlyThenLocks) {
                             "fopen LOG r",  "fseek LOG",
                             "fclose LOG",   std::string("shell ") + back_up,
                             "open BACKUP",  "fsync BACKUP",
-                            "close BACKUP", "fopen LOG w+",
-                            "open LOCK",
+                            "close BACKUP", "fsync FOLDER",
+                            "fopen LOG w+", "open LOCK",
                             "open LOCK",  // the second creates it
                             "lock LOCK",    "fwrite LOG",
                             "fwrite LOG",   "fflush LOG",
                             "fsync LOG",    "fclose LOG",
                             "unlock LOCK",  "sleep 100000",
                             "close LOCK",   std::string("shell ") + discard_backup,
+                            "fsync FOLDER",
                         }));
 }
 
@@ -368,8 +369,9 @@ TEST_F(LogUpdate, ClosesTheLogBeforeItPutsTheBackupBack) {
     calls.fail("lock LOCK");
     log_update(&added, append);
     Words last = events();
-    last.erase(last.begin(), last.end() - 4);
-    EXPECT_EQ(last, (Words{"lock LOCK", "close LOCK", "fclose LOG", std::string("shell ") + put_backup_back}));
+    last.erase(last.begin(), last.end() - 5);
+    EXPECT_EQ(last, (Words{"lock LOCK", "close LOCK", "fclose LOG", std::string("shell ") + put_backup_back,
+                           "fsync FOLDER"}));
 }
 
 TEST_F(LogUpdate, PutsTheBackupBackWhenTheLockFileCannotBeOpened) {
@@ -413,9 +415,9 @@ TEST_F(LogUpdate, UnlocksBeforeItPutsTheBackupBack) {
     calls.fail("fsync LOG");
     log_update(&added, append);
     Words last = events();
-    last.erase(last.begin(), last.end() - 6);
+    last.erase(last.begin(), last.end() - 7);
     EXPECT_EQ(last, (Words{"fsync LOG", "fclose LOG", "unlock LOCK", "sleep 100000", "close LOCK",
-                           std::string("shell ") + put_backup_back}));
+                           std::string("shell ") + put_backup_back, "fsync FOLDER"}));
 }
 
 TEST_F(LogUpdate, GoesOnAfterAShortWriteAndDeletesTheBackup) {
@@ -478,18 +480,48 @@ TEST_F(LogUpdate, WorksWithTheRealShell) {
     EXPECT_FALSE(std::filesystem::exists(backup_path));
 }
 
-TEST_F(LogUpdate, GoesOnAfterThirtySecondsOfAnotherRewritersLock) {
-    write_log(make_entries(2));
-    log_update(&added, append);
-    const std::size_t undisturbed = platform.sleeps().size();
+// The other rewrite may have truncated the log: its entries are in the backup alone, which must not be overwritten.
+TEST_F(LogUpdate, TouchesNothingAfterThirtySecondsOfAnotherRewrite) {
+    write_file(log_path, "");
+    write_file(backup_path, file_image(make_entries(5)));
     const int folder = open("/flash/data0", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     ASSERT_EQ(flock(folder, LOCK_EX | LOCK_NB), 0);
 
     log_update(&added, append);
 
     close(folder);
-    EXPECT_EQ(platform.sleeps().size(), 2 * undisturbed + 300);
-    EXPECT_EQ(serials(log_on_flash()), (Words{"S1", "S2", "NEW", "NEW"}));
+    EXPECT_EQ(platform.sleeps().size(), 300U);
+    EXPECT_TRUE(commands().empty());
+    EXPECT_TRUE(file_holds(log_path, ""));
+    EXPECT_TRUE(file_holds(backup_path, file_image(make_entries(5))));
+    EXPECT_TRUE(platform.logged(info, pid_line("log_update - ERROR:Fail to operate file lock.\n")));
+}
+
+TEST_F(LogUpdate, DoesNotBelieveAShellThatOnlyClaimsToHaveMadeTheBackup) {
+    write_log(make_entries(3));
+    const std::string before = read_file(log_path);
+    platform.shell_command.model([](const std::string&) { return 0; });
+    WatchedCalls calls;
+    calls.fail("lock LOCK");
+    log_update(&added, append);
+    EXPECT_TRUE(file_holds(log_path, before));
+    EXPECT_FALSE(std::filesystem::exists(backup_path));
+}
+
+TEST_F(LogUpdate, RemovesABackupThatTheShellOnlyClaimsToHaveRemoved) {
+    write_log(make_entries(3));
+    platform.shell_command.model([](const std::string&) { return 0; });
+    log_update(&added, append);
+    EXPECT_EQ(serials(log_on_flash()), (Words{"S1", "S2", "S3", "NEW"}));
+    EXPECT_FALSE(std::filesystem::exists(backup_path));
+}
+
+TEST_F(LogUpdate, WritesNothingWhileTheBackupIsNoFile) {
+    write_log(make_entries(3));
+    const std::string before = read_file(log_path);
+    std::filesystem::create_directory(backup_path);
+    log_update(&added, append);
+    EXPECT_TRUE(file_holds(log_path, before));
 }
 
 TEST_F(LogUpdate, NeedsAnEntry) {

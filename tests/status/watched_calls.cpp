@@ -46,6 +46,14 @@ const char* name_of(int fd) {
     return readlink(link.c_str(), path, sizeof path - 1) < 0 ? nullptr : name_of(path);
 }
 
+/// Of a file, or of the folder that the log's files are in.
+const char* flushed_name(int fd) {
+    char path[PATH_MAX] = {};
+    const std::string link = "/proc/self/fd/" + std::to_string(fd);
+    const bool is_folder = readlink(link.c_str(), path, sizeof path - 1) > 0 && std::string(path) == "/flash/data0";
+    return is_folder ? "FOLDER" : name_of(fd);
+}
+
 /// Whether the call is to fail.
 bool note(const char* function, const char* file, WatchedCall call = {}) {
     if (!watch().active || file == nullptr) return false;
@@ -201,7 +209,7 @@ int fflush(FILE* stream) {
 int fsync(int fd) {
     static auto* const function = real<decltype(fsync)>("fsync");
     if (NumberedCalls::take("fsync", __builtin_return_address(0))) return -1;
-    return note("fsync", watched_name(fd)) ? -1 : function(fd);
+    return note("fsync", watch().active ? flushed_name(fd) : nullptr) ? -1 : function(fd);
 }
 
 ssize_t write(int fd, const void* bytes, size_t size) {

@@ -3,7 +3,7 @@
 // commands and the sleeps, and any of them can be made to fail.
 //
 // In the journal: "fopen LOG r", "fseek LOG", "fwrite LOG", "fflush LOG", "fsync LOG", "fclose LOG", "open BACKUP",
-// "close BACKUP", "open LOCK", "lock LOCK", "unlock LOCK", "close LOCK".
+// "close BACKUP", "fsync FOLDER", "open LOCK", "lock LOCK", "unlock LOCK", "close LOCK".
 #pragma once
 
 #include <fcntl.h>
