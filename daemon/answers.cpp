@@ -26,6 +26,7 @@ Reply status_reply(const Holdings& holdings, std::size_t room) {
     text += holdings.inventory ? "\nstate=ready" : "\nstate=starting";
     add("\nstarted=", holdings.started);
     add("\nclients=", holdings.clients);
+    add("\nwaiting=", holdings.waiting);
     add("\nrequests=", holdings.requests);
     add("\nchanges=", holdings.feed.newest());
     if (holdings.inventory) {

@@ -15,6 +15,7 @@ struct Holdings {
     const char* platform = "";
     int64_t started = 0;  ///< seconds since the Unix epoch
     std::size_t clients = 0;
+    std::size_t waiting = 0;  ///< clients whose answer is to come later
     uint64_t requests = 0;
 };
 

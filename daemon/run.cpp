@@ -170,6 +170,8 @@ void Daemon::answer_pending() {
 
 void Daemon::answer_from_holdings(ClientSession& session, const Request& request, std::size_t room) {
     holdings_.clients = server_.client_count();
+    holdings_.waiting = 0;
+    server_.each_pending([this](const ClientSession&) { ++holdings_.waiting; });
     session.answer(answer(holdings_, request, room));
 }
 
