@@ -35,6 +35,18 @@ void add_session_options(CLI::App& verb, SessionOptions& session) {
     add_log_option(verb, session.log);
 }
 
+void add_wait_option(CLI::App& verb, DaemonPatience& patience) {
+    constexpr unsigned longest = 3600;
+    verb.add_option_function<unsigned>(
+            "--wait",
+            [&patience](unsigned seconds) {
+                patience = {seconds, true};
+            },
+            "Wait so long for vpdd to run and to have read the components; without it 30 seconds for one that runs")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0U, longest).description(""));
+}
+
 CLI::Option* add_state_option(CLI::App& verb, std::string& state_directory, const std::string& meaning) {
     return verb.add_option("--state", state_directory, meaning)->type_name("DIR")->envname("VPDD_STATE_DIRECTORY");
 }

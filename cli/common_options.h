@@ -21,6 +21,8 @@ void add_json_option(CLI::App& verb, bool& json);
 void add_log_option(CLI::App& verb, std::string& log);
 /// --real-time and --log.
 void add_session_options(CLI::App& verb, SessionOptions& session);
+/// --wait, of the verbs that ask the daemon.
+void add_wait_option(CLI::App& verb, DaemonPatience& patience);
 /// --state, which may also come from the environment.
 CLI::Option* add_state_option(CLI::App& verb, std::string& state_directory, const std::string& meaning);
 

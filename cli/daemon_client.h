@@ -25,7 +25,7 @@ public:
     using Records = std::vector<ComponentVpdRecord>;
 
     /// @param log where the library's traces go; null: nowhere
-    explicit DaemonClient(std::ostream* log) : log_(log) {}
+    DaemonClient(std::ostream* log, const DaemonPatience& patience) : log_(log), patience_(patience) {}
 
     // All throw NoDaemon, and std::runtime_error when the daemon has no answer.
     Records components() const;
@@ -49,10 +49,13 @@ public:
 
 private:
     /// Empty when the daemon has nothing to say to this.
-    std::vector<uint8_t> ask(const std::string& request, std::size_t room) const;
+    /// @param expected_wait seconds that the answer takes when all is well
+    std::vector<uint8_t> ask(const std::string& request, std::size_t room, unsigned expected_wait = 0) const;
+    /// The same, and waits for a daemon that is starting.
+    std::vector<uint8_t> ask_when_ready(const std::string& request, std::size_t room, unsigned expected_wait = 0) const;
     /// Lines "key=value".
     std::string daemon_status() const;
-    void require_ready() const;
+    bool is_starting() const;
     template <class Record>
     std::vector<Record> ask_records(const std::string& request, std::size_t most) const;
     template <class Record>
@@ -60,6 +63,7 @@ private:
     void order(const std::string& request) const;
 
     std::ostream* log_;
+    const DaemonPatience patience_;
 };
 
 }  // namespace vpdd::cli

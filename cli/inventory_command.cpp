@@ -19,16 +19,16 @@ struct Arguments {
     SessionOptions session;
 };
 
-Inventory inventory_of(ServerSession& session, const ServerChoice& choice) {
-    if (!choice.is_made()) return DaemonClient(session.log()).inventory();
-    session.open(choice);
+Inventory inventory_of(ServerSession& session, const Arguments& arguments) {
+    if (!arguments.choice.is_made()) return DaemonClient(session.log(), arguments.session.patience).inventory();
+    session.open(arguments.choice);
     session.create_cache();
     return take_inventory();
 }
 
 ExitCode run(const Arguments& arguments) {
     ServerSession session(arguments.session);
-    const Inventory inventory = inventory_of(session, arguments.choice);
+    const Inventory inventory = inventory_of(session, arguments);
     const std::string server = arguments.choice.is_made() ? arguments.choice.name() : "this machine";
     if (arguments.json) {
         print_json(std::cout, inventory_json(inventory, server));
@@ -45,6 +45,7 @@ Runner declare_inventory(CLI::App& verb) {
     auto arguments = std::make_shared<Arguments>();
     add_server_choice(verb, arguments->choice);
     add_json_option(verb, arguments->json);
+    add_wait_option(verb, arguments->session.patience);
     add_session_options(verb, arguments->session);
     add_state_option(verb, arguments->session.state_directory, "Keep the configuration variables in DIR");
     return [arguments] { return run(*arguments); };

@@ -77,13 +77,13 @@ void clean(ServerSession& session, const Arguments& arguments, std::size_t entri
         std::cerr << "Nothing was removed.\n";
         return;
     }
-    if (is_asked_of_daemon(arguments)) return DaemonClient(session.log()).clean_log();
+    if (is_asked_of_daemon(arguments)) return DaemonClient(session.log(), arguments.session.patience).clean_log();
     const LibraryOutput kept_apart(session.log());
     clean_activity_log();
 }
 
 Entries entries_of(ServerSession& session, const Arguments& arguments) {
-    if (is_asked_of_daemon(arguments)) return DaemonClient(session.log()).log();
+    if (is_asked_of_daemon(arguments)) return DaemonClient(session.log(), arguments.session.patience).log();
     const LibraryOutput kept_apart(session.log());
     return read_activity_log();
 }
@@ -112,6 +112,7 @@ Runner declare_log(CLI::App& verb) {
     add_json_option(verb, arguments->json);
     CLI::Option* clean = verb.add_flag("--clean", arguments->clean, "Remove all entries, after a question");
     verb.add_flag("--yes", arguments->yes, "Do not ask")->needs(clean);
+    add_wait_option(verb, arguments->session.patience);
     add_log_option(verb, arguments->session.log);
     return [arguments] { return run(*arguments); };
 }

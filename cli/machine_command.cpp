@@ -45,7 +45,7 @@ ExitCode run_without_server(const Arguments& arguments) {
     if (arguments.from_cache)
         throw WrongUsage("--from-cache builds the files of a described server: it needs --server");
     const ServerSession session(arguments.session);
-    const DaemonClient client(session.log());
+    const DaemonClient client(session.log(), arguments.session.patience);
     if (arguments.oem) {
         show(arguments.offline ? read_cached_oem_machine() : client.oem_machine(), arguments.json, oem_machine_json,
              print_oem_machine);
@@ -80,6 +80,7 @@ Runner declare_machine(CLI::App& verb) {
     verb.add_flag("--oem", arguments->oem, "Show the OEM machine record");
     verb.add_flag("--from-cache", arguments->from_cache, "Build the cache files and read them");
     add_json_option(verb, arguments->json);
+    add_wait_option(verb, arguments->session.patience);
     add_session_options(verb, arguments->session);
     add_state_option(verb, arguments->session.state_directory,
                      "Keep the configuration variables and the cache files in DIR");

@@ -11,10 +11,17 @@
 
 namespace vpdd::cli {
 
+/// How long vpdd is waited for.
+struct DaemonPatience {
+    unsigned seconds = 30;    ///< while it reads the components for the first time
+    bool is_awaited = false;  ///< also until it runs at all
+};
+
 struct SessionOptions {
     bool real_time = false;
     std::string state_directory;  ///< empty: the configuration store stays in memory
     std::string log;              ///< file of the messages, "-" for standard error; empty: none
+    DaemonPatience patience;
 };
 
 /// Which server is meant.

@@ -24,7 +24,7 @@ struct Arguments {
 
 ServerStatus ask_daemon(const ServerSession& session, const Arguments& arguments) {
     if (arguments.only_changes) throw WrongUsage("--changed needs --server; `vpdctl watch` shows what vpdd notices");
-    const DaemonClient client(session.log());
+    const DaemonClient client(session.log(), arguments.session.patience);
     if (arguments.refresh) client.refresh();
     return client.status();
 }
@@ -63,6 +63,7 @@ Runner declare_status(CLI::App& verb) {
         ->excludes("--bmc");
     verb.add_flag("--changed", arguments->only_changes, "Show only what has changed since the last time");
     add_json_option(verb, arguments->json);
+    add_wait_option(verb, arguments->session.patience);
     add_session_options(verb, arguments->session);
     return [arguments] { return run(*arguments); };
 }

@@ -85,7 +85,8 @@ void print_line(std::ostream& out, const VpddChangeEntry& change) {
 /// Follows the daemon, and its successor when it is started again.
 class Watch {
 public:
-    explicit Watch(const Arguments& arguments, std::ostream* log) : arguments_(arguments), client_(log) {}
+    Watch(const Arguments& arguments, std::ostream* log)
+        : arguments_(arguments), first_client_(log, arguments.session.patience), client_(log, {}) {}
 
     void run();
 
@@ -98,6 +99,7 @@ private:
     static void note(const std::string& text) { std::cerr << "vpdctl: " << text << std::endl; }
 
     const Arguments& arguments_;
+    const DaemonClient first_client_;  ///< waits also for a daemon that does not run yet
     const DaemonClient client_;
     uint64_t daemon_ = 0;
     uint64_t sequence_ = 0;
@@ -107,7 +109,7 @@ private:
 };
 
 void Watch::begin() {
-    const DaemonClient::News news = client_.changes(0, 0);
+    const DaemonClient::News news = first_client_.changes(0, 0);
     daemon_ = news.head.daemon;
     sequence_ = arguments_.all ? 0 : news.head.newest;
     known_ = client_.components();
@@ -177,6 +179,7 @@ Runner declare_watch(CLI::App& verb) {
         ->type_name("NUMBER")
         ->check(CLI::PositiveNumber.description(""));
     verb.add_flag("--json", arguments->json, "Print one JSON object for each change, on a line of its own");
+    add_wait_option(verb, arguments->session.patience);
     add_log_option(verb, arguments->session.log);
     return [arguments] { return run(*arguments); };
 }

@@ -48,6 +48,69 @@ TEST_F(Vpdctl, SaysThatNoDaemonRunsAndWhatToDo) {
     }
 }
 
+TEST_F(Vpdctl, SaysWhatIsInThePlaceOfTheSocket) {
+    std::filesystem::create_directory(daemon_socket);
+
+    EXPECT_THAT(vpdctl({"status"}).output, HasSubstr("/tmp/vpdd.sock is a directory: no vpdd can serve there"));
+
+    std::filesystem::remove(daemon_socket);
+    std::ofstream(daemon_socket) << "mine";
+    EXPECT_THAT(vpdctl({"status"}).output, HasSubstr("/tmp/vpdd.sock is a file that is no socket"));
+}
+
+TEST_F(Vpdctl, WaitsForADaemonThatIsStartedMeanwhileWhenItIsTold) {
+    ChildProcess inventory({VPDCTL_PROGRAM, "inventory", "--wait", "20"}, "/tmp/inventory.output");
+    ChildProcess watch({VPDCTL_PROGRAM, "watch", "--all", "--count", "1", "--wait", "20"}, "/tmp/watch.output");
+
+    DaemonProcess daemon(arguments());
+
+    EXPECT_EQ(inventory.wait(), exit_incomplete) << inventory.output();  // Fan 2 is absent
+    EXPECT_THAT(inventory.output(), HasSubstr("FN1"));
+    EXPECT_EQ(watch.wait(), 0) << watch.output();
+}
+
+TEST_F(Vpdctl, WaitsForADaemonThatReadsTheComponents) {
+    std::optional<DaemonProcess> daemon;
+    daemon.emplace(arguments({"--real-time"}));  // creation begins with a pause of five seconds
+    ASSERT_TRUE(eventually([] { return ask_status().find("state=starting") != std::string::npos; }));
+
+    const Outcome impatient = vpdctl({"machine", "--wait", "0"});
+    ChildProcess patient({VPDCTL_PROGRAM, "machine", "--wait", "20"}, "/tmp/patient.output");
+
+    EXPECT_EQ(impatient.code, exit_failure);
+    EXPECT_THAT(impatient.output, HasSubstr("vpdd is still reading the server's components"));
+    EXPECT_EQ(patient.wait(std::chrono::milliseconds(300)), -1) << patient.output();
+    daemon.emplace(arguments());  // one that does not pause
+    EXPECT_EQ(patient.wait(), 0) << patient.output();
+    EXPECT_THAT(patient.output(), HasSubstr("MACHINE1"));
+}
+
+TEST_F(Vpdctl, SaysOnATerminalThatTheDaemonDoesNotAnswer) {
+    DaemonProcess daemon(arguments());
+    ASSERT_TRUE(daemon.becomes_ready());
+    daemon.send_signal(SIGSTOP);
+    ChildProcess status({"/usr/bin/script", "-qec", VPDCTL_PROGRAM " status", "/dev/null"}, "/tmp/status.output");
+
+    EXPECT_TRUE(eventually([&] { return status.output().find("vpdd has not answered yet") != std::string::npos; }));
+
+    daemon.send_signal(SIGCONT);
+    EXPECT_EQ(status.wait(), 0) << status.output();
+    EXPECT_THAT(status.output(), HasSubstr("4 components: 3 present"));
+}
+
+TEST_F(Vpdctl, EndsSilentlyWhenNobodyTakesItsOutput) {
+    DaemonProcess daemon(arguments());
+    ASSERT_TRUE(daemon.becomes_ready());
+    // A pipe whose reading end is closed.
+    const std::string command = "rm -f /tmp/pipe; mkfifo /tmp/pipe; exec 4<>/tmp/pipe 5>/tmp/pipe 4<&-; " VPDCTL_PROGRAM
+                                " status >&5; echo ended with $?";
+
+    ChildProcess shell({"/bin/sh", "-c", command}, "/tmp/shell.output");
+
+    EXPECT_EQ(shell.wait(), 0);
+    EXPECT_EQ(shell.output(), "ended with " + std::to_string(128 + SIGPIPE) + '\n');
+}
+
 TEST_F(Vpdctl, ShowsWhatTheDaemonHas) {
     DaemonProcess daemon(arguments());
     ASSERT_TRUE(daemon.becomes_ready());
@@ -152,7 +215,8 @@ TEST_F(Vpdctl, WatchFollowsTheNextDaemonAndTellsWhatChangedInBetween) {
     daemon.emplace(arguments());
     ASSERT_TRUE(daemon->becomes_ready());
     ChildProcess watch({VPDCTL_PROGRAM, "watch", "--count", "1"}, "/tmp/watch.output");
-    ASSERT_TRUE(eventually([] { return ask_status().find("clients=2") != std::string::npos; }));
+    // It has asked for all that it needs to begin with.
+    ASSERT_TRUE(eventually([] { return ask_status().find("\nwaiting=1\n") != std::string::npos; }));
     daemon->send_signal(SIGTERM);
     ASSERT_EQ(daemon->wait(), 0);
     swap("Fan 1");
