@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The replacement of one entry of the log in place.
 #include "failing_allocator.h"
+#include "full_device.h"
 #include "log_world.h"
 #include "watched_calls.h"
 
@@ -158,6 +159,34 @@ TEST_F(ReplaceEntry, FailsAndPutsTheBackupBackWhenTheLogDoesNotReachTheDevice) {
     EXPECT_EQ(UpdateHardwareActivityLog(&record), -1);
     EXPECT_TRUE(file_holds(log_path, file_image({make_entry(5, "A")})));
     EXPECT_EQ(commands(), (Words{back_up, put_backup_back}));
+}
+
+TEST_F(ReplaceEntry, FailsAndPutsTheBackupBackOnAFullDevice) {
+    for (const std::size_t count : {1U, 2U, 8U, 30U, 249U}) {
+        platform.reset();
+        Entries entries = make_entries(count);
+        entries.back() = make_entry(9, "LAST");
+        write_log(entries);
+        const ComponentVpdRecord record = renewed(entries.back());
+        {
+            const FullDevice device(platform, count / 2);
+            EXPECT_EQ(UpdateHardwareActivityLog(&record), -1) << count;
+        }
+        EXPECT_TRUE(platform.logged_containing(warning, "log_write_node - Incompleted component data(Name=Fan"))
+            << count;
+        EXPECT_EQ(commands(), (Words{back_up, put_backup_back})) << count;
+        EXPECT_TRUE(file_holds(log_path, file_image(entries))) << count;
+        EXPECT_FALSE(std::filesystem::exists(backup_path)) << count;
+    }
+}
+
+TEST_F(ReplaceEntry, NamesTheLastEntryWhereOnlyTheEndFindsTheDeviceFull) {
+    write_log({make_entry(5, "A"), make_entry(5, "B"), make_entry(9, "LAST")});
+    const ComponentVpdRecord record = renewed(make_entry(5, "A"));
+    const FullDevice device(platform, 2);
+    EXPECT_EQ(UpdateHardwareActivityLog(&record), -1);
+    EXPECT_EQ(platform.log(warning), (std::vector<LogLine>{{warning, pid_line("log_write_node - Incompleted component "
+                                                                              "data(Name=Fan 9, ID=9).\n")}}));
 }
 
 TEST_F(ReplaceEntry, FreesEveryNode) {

@@ -2,12 +2,10 @@
 // The rewriting of the log: its order of events, what it writes, and what happens when a step fails.
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
-#include <csignal>
-
 #include "failing_allocator.h"
+#include "full_device.h"
 #include "log_world.h"
 #include "watched_calls.h"
 
@@ -44,28 +42,6 @@ protected:
     }
 
     ComponentVpdRecord added = make_entry(9, "NEW", present, 5000);
-};
-
-/// No file of this process grows beyond some entries while this lives. The backup is made by a process of its own, with
-/// no such limit.
-class FullDevice {
-public:
-    FullDevice(FakePlatform& platform, rlim_t entries) : limit_{entries * entry_size, RLIM_INFINITY} {
-        platform.shell_command.model([this](const std::string& command) {
-            setrlimit(RLIMIT_FSIZE, &none_);
-            const int result = run_command(command);
-            setrlimit(RLIMIT_FSIZE, &limit_);
-            return result;
-        });
-        std::signal(SIGXFSZ, SIG_IGN);
-    }
-    ~FullDevice() { setrlimit(RLIMIT_FSIZE, &none_); }
-    FullDevice(const FullDevice&) = delete;
-    FullDevice& operator=(const FullDevice&) = delete;
-
-private:
-    rlimit none_{RLIM_INFINITY, RLIM_INFINITY};
-    rlimit limit_;
 };
 
 class LogUpdateOfLength : public LogUpdate, public testing::WithParamInterface<std::size_t> {};
