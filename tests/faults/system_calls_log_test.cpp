@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 
 #include <csignal>
+#include <optional>
 #include <set>
 
 #include "faults/each_system_call.h"
@@ -153,6 +154,27 @@ TEST_F(LogCallFailure, LosesNoAcknowledgedReplacementInAFullLog) {
         EXPECT_EQ(UpdateComponentStatus(restore_mode), 0);
         EXPECT_STREQ(log_on_flash().back().part_number, "RENEWED") << "command " << failing;
     }
+}
+
+TEST_F(LogCallFailure, LosesNoAcknowledgedReplacementInAFullLogWhoseBackupCannotBeRemoved) {
+    const Entries full = make_entries(250);
+    ComponentVpdRecord renewed = full.back();
+    set_text(renewed.part_number, "RENEWED");
+    renewed = with_right_crc(renewed);
+    cache({make_entry(component, "CACHED", absent)});
+    start_with(full);
+    std::optional<NumberedCalls> calls;
+    platform.shell_command.model([&](const std::string& command) {
+        if (command != discard_backup) return run_command(command);
+        calls.emplace(CallFault{2});  // behind the look whether the backup is still there
+        return 1;
+    });
+    ASSERT_EQ(UpdateHardwareActivityLog(&renewed), 0);
+    ASSERT_EQ(calls->failed(), "unlink");
+    calls.reset();
+    platform.shell_command.reset();
+    EXPECT_EQ(UpdateComponentStatus(restore_mode), 0);
+    EXPECT_STREQ(log_on_flash().back().part_number, "RENEWED");
 }
 
 // ---- restores

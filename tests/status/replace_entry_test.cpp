@@ -161,6 +161,15 @@ TEST_F(ReplaceEntry, FailsAndPutsTheBackupBackWhenTheLogDoesNotReachTheDevice) {
     EXPECT_EQ(commands(), (Words{back_up, put_backup_back}));
 }
 
+TEST_F(ReplaceEntry, FailsWhileTheBackupIsAFolderIntoWhichTheShellCopiesTheLog) {
+    write_log({make_entry(5, "A")});
+    std::filesystem::create_directory(backup_path);
+    platform.shell_command.model([](const std::string& command) { return std::system(command.c_str()); });
+    const ComponentVpdRecord record = renewed(make_entry(5, "A"));
+    EXPECT_EQ(UpdateHardwareActivityLog(&record), -1);
+    EXPECT_TRUE(file_holds(log_path, file_image({make_entry(5, "A")})));
+}
+
 TEST_F(ReplaceEntry, FailsAndPutsTheBackupBackOnAFullDevice) {
     for (const std::size_t count : {1U, 2U, 8U, 30U, 249U}) {
         platform.reset();

@@ -395,6 +395,24 @@ TEST_F(Restore, PutsABackupBackInPlaceOfAMissingLog) {
     EXPECT_TRUE(file_holds(log_path, file_image(make_entries(1))));
 }
 
+TEST_F(Restore, LeavesLogAndBackupWhileOneOfThemCannotBeRead) {
+    cache({make_entry(5, "A")});
+    for (const char* step : {"fseek LOG", "fseek BACKUP"}) {
+        forget();
+        write_log(make_entries(2));
+        write_log(make_entries(3), backup_path);
+        WatchedCalls calls;
+        calls.fail(step);
+        UpdateComponentStatus(restore_mode);
+        EXPECT_TRUE(platform.logged(
+            warning, pid_line("log_inventory - ERROR:Fail to read log file(%s) or its backup.\n", log_path)))
+            << step;
+        EXPECT_TRUE(commands().empty()) << step;
+        EXPECT_TRUE(file_holds(log_path, file_image(make_entries(2)))) << step;
+        EXPECT_TRUE(file_holds(backup_path, file_image(make_entries(3)))) << step;
+    }
+}
+
 TEST_F(Restore, TreatsABackupUnderTheCacheMutex) {
     cache({make_entry(5, "A")});
     write_log(make_entries(1), backup_path);
