@@ -14,6 +14,8 @@ constexpr int unlock_attempts = 3;
 constexpr useconds_t unlock_pause = 100000;  // microseconds
 constexpr int deadlock_attempts = 3000;
 constexpr useconds_t deadlock_pause = 10000;  // microseconds
+constexpr int bounded_attempts = 11;
+constexpr useconds_t bounded_pause = 100000;  // microseconds; ten of them between the attempts
 
 int set_whole_file_lock(int fd, int command, short type) {
     struct flock whole_file {};
@@ -35,6 +37,15 @@ int wait_for_lock(int fd) {
     }
 }
 
+/// Waits a second at most for whoever holds the lock.
+int wait_for_lock_bounded(int fd) {
+    for (int attempt = 1;; ++attempt) {
+        const int result = set_whole_file_lock(fd, F_SETLK, F_WRLCK);
+        if (result >= 0 || (errno != EAGAIN && errno != EACCES) || attempt == bounded_attempts) return result;
+        usleep(bounded_pause);
+    }
+}
+
 constexpr int never_follow_or_wait = O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
 
 /// The descriptor if it is a regular file's, else -1.
@@ -53,20 +64,24 @@ int open_or_create(const char* path) {
     return only_plain_file(open(path, O_RDWR | O_CREAT | never_follow_or_wait, lock_file_mode));
 }
 
+int open_and_lock(const char* path, int* fd, int (*lock)(int)) {
+    const int opened = open_or_create(path);
+    if (opened < 0) return -1;
+    const int result = lock(opened);
+    if (result < 0) close(opened);
+    *fd = result < 0 ? -1 : opened;
+    return result;
+}
+
 }  // namespace
 
 namespace vpdd {
 
 int open_plain_file(const char* path, int flags) { return only_plain_file(open(path, flags | never_follow_or_wait)); }
 
-int lock_file(const char* path, int* fd) {
-    const int opened = open_or_create(path);
-    if (opened < 0) return -1;
-    const int result = wait_for_lock(opened);
-    if (result < 0) close(opened);
-    *fd = result < 0 ? -1 : opened;
-    return result;
-}
+int lock_file(const char* path, int* fd) { return open_and_lock(path, fd, wait_for_lock); }
+
+int lock_file_bounded(const char* path, int* fd) { return open_and_lock(path, fd, wait_for_lock_bounded); }
 
 int unlock_file(int fd) {
     for (int attempt = 0; attempt < unlock_attempts; ++attempt) {

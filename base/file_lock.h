@@ -13,6 +13,9 @@ int open_plain_file(const char* path, int flags);
 /// when the file cannot be opened. The result of locking, negative on failure.
 int lock_file(const char* path, int* fd);
 
+/// The same, but fails where another process does not release the lock within a second.
+int lock_file_bounded(const char* path, int* fd);
+
 /// Releases the lock and closes the descriptor; the result of closing.
 int unlock_file(int fd);
 

@@ -466,7 +466,8 @@ int vpdd_machine_oem_vpd_read(uint8_t* buffer, uint32_t size);
 /** @brief Copy a machine cache file without locking. @param oem 0 standard, 1 OEM @return 0 or -1. */
 int read_machine_vpd_cache_file(uint8_t* buffer, uint32_t size, uint32_t oem);
 /**
- * @brief Replace a machine cache file as a whole, under the lock that its readers take.
+ * @brief Replace a machine cache file as a whole: no reader finds a part of it. Takes the lock that its readers take,
+ * or goes on without it where another process does not release it within a second.
  * @param size 1106 or 1342
  * @param oem 0 standard, 1 OEM
  * @return 0 or -1
@@ -476,11 +477,16 @@ int create_machine_vpd_cache_file(const uint8_t* buffer, uint32_t size, uint32_t
 int init_machine_vpd_cache_file(void);
 /** @brief Build both files, at most thirty times, sleeping 1 s after each. @return the last result, 0 on success. */
 int update_machine_vpd_cache_file(void);
-/** @brief The platform calls this when the system VPD changed. Not cancellable until both files are built. */
+/**
+ * @brief The platform calls this when the system VPD changed. Not cancellable until both files are built or thirty
+ *        attempts have failed; afterwards the thread is cancellable, whatever it was before.
+ */
 void vpd_sysvpd_changed_notify_callback(void);
 /**
- * @brief Wait for the lock of a machine cache file.
- * @param fd out: the lock's descriptor; -1 when locking failed; untouched when the lock file cannot be opened
+ * @brief Wait for the lock of a machine cache file, however long another process holds it. Where the kernel calls the
+ *        wait a deadlock, it goes on for about 30 s.
+ * @param fd out: the lock's descriptor; -1 when locking failed; untouched when the lock file cannot be opened or is a
+ *           link or no regular file
  * @return 0, or negative
  */
 int vpdd_machine_cache_file_lock_wait(int32_t* fd);
@@ -647,8 +653,9 @@ void log_update(const ComponentVpdRecord* record, int mode);
 int log_handle(int flag);
 
 /**
- * @brief Wait for the activity log's lock.
- * @param fd_out out: the lock's descriptor; -1 when locking failed; untouched when the lock file cannot be opened
+ * @brief Wait for the activity log's lock, as vpdd_machine_cache_file_lock_wait() does for its own.
+ * @param fd_out out: the lock's descriptor; -1 when locking failed; untouched when the lock file cannot be opened or is
+ *               a link or no regular file
  * @return 0, or negative
  */
 int vpdd_file_lock_wait(int* fd_out);

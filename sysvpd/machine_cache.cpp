@@ -122,7 +122,8 @@ extern "C" int create_machine_vpd_cache_file(const uint8_t* buffer, uint32_t siz
     const CacheFile& cache = cache_files[index_of(oem)];
     const char* const path = machine_vpd_cache_file[index_of(oem)];
     int32_t fd = -1;
-    const bool locked = vpdd::lock_file(cache.lock_path, &fd) >= 0;  // a whole file is also safe without the lock
+    // A whole file is also safe without the lock: nobody who holds it may stop the writer for good.
+    const bool locked = vpdd::lock_file_bounded(cache.lock_path, &fd) >= 0;
     const bool replaced = replace_file(path, buffer, size);
     if (locked) vpdd::unlock_file(fd);
     if (replaced) return 0;

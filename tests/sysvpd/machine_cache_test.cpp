@@ -26,6 +26,7 @@ using namespace vpdd::test;
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
+using testing::ElementsAreArray;
 using testing::IsEmpty;
 using testing::Not;
 namespace fs = std::filesystem;
@@ -58,6 +59,7 @@ namespace {
 constexpr int untouched = 0x5EAD;
 constexpr int64_t one_second = 1'000'000;
 constexpr int64_t unlock_pause = 100'000;
+constexpr int64_t lock_pause = 100'000;
 constexpr unsigned hang_limit = 60;  // seconds; ends a test program that waits for ever
 
 constexpr char reader[] = "read_machine_vpd_cache_file";
@@ -142,6 +144,43 @@ bool is_locked_by_this_process(const char* path) {
                return query.l_type == F_WRLCK && query.l_pid == holder && is_whole ? 1 : 0;
            }) == 1;
 }
+
+/// A process that holds the lock from the beginning of this object's life to its end, or until it is told to release
+/// it.
+class LockOfAnotherProcess {
+public:
+    explicit LockOfAnotherProcess(const Cache& cache) {
+        int ready[2], release[2];
+        if (pipe2(ready, O_CLOEXEC) != 0 || pipe2(release, O_CLOEXEC) != 0) std::abort();
+        child_ = fork();
+        if (child_ == 0) {
+            close(release[1]);
+            int32_t fd = -1;
+            char byte = cache.lock_wait(&fd) == 0 ? 'y' : 'n';
+            if (::write(ready[1], &byte, 1) != 1) _exit(1);
+            _exit(::read(release[0], &byte, 1) == 0 ? 0 : 1);  // the end of the pipe; the exit ends the lock
+        }
+        char byte = 0;
+        is_held_ = ::read(ready[0], &byte, 1) == 1 && byte == 'y';
+        for (const int end : {ready[0], ready[1], release[0]}) close(end);
+        release_ = release[1];
+    }
+    ~LockOfAnotherProcess() { release(); }
+    LockOfAnotherProcess(const LockOfAnotherProcess&) = delete;
+    LockOfAnotherProcess& operator=(const LockOfAnotherProcess&) = delete;
+
+    bool is_held() const { return is_held_; }
+    void release() {
+        if (!std::exchange(is_held_, false)) return;
+        close(release_);
+        waitpid(child_, nullptr, 0);
+    }
+
+private:
+    pid_t child_ = -1;
+    int release_ = -1;
+    bool is_held_ = false;
+};
 
 class MachineCacheBase : public MachineTest {
 protected:
@@ -278,6 +317,32 @@ TEST_P(MachineCache, LockStoresMinusOneAndClosesWhenLockingFails) {
     EXPECT_EQ(fd, -1);
     EXPECT_EQ(open_descriptors(), before);
     EXPECT_EQ(files.requests().size(), 1U);
+}
+
+TEST_P(MachineCache, LockIsWaitedForHalfAMinuteWhereTheKernelSeesADeadlock) {
+    int answers_left = 10'000;
+    WatchedFiles files;
+    files.fail_lock([&](const LockRequest&) { return --answers_left > 0; }, EDEADLK);
+    int32_t fd = untouched;
+
+    EXPECT_LT(cache.lock_wait(&fd), 0);
+
+    EXPECT_EQ(fd, -1);
+    EXPECT_EQ(files.requests().size(), 3000U);
+    EXPECT_EQ(platform.sleeps(), std::vector<int64_t>(2999, 10'000));
+}
+
+TEST_P(MachineCache, LockIsNotInheritedByAProgramThatIsStarted) {
+    const WatchedFiles files;
+    for (const bool file_is_there : {false, true}) {
+        int32_t fd = untouched;
+        EXPECT_EQ(fs::exists(cache.lock_path), file_is_there);
+        EXPECT_EQ(cache.lock_wait(&fd), 0);
+
+        EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
+        cache.unlock(fd);
+    }
+    EXPECT_THAT(files.inherited(), IsEmpty());
 }
 
 TEST_P(MachineCache, LockNeitherFollowsALinkNorWaitsForAPipe) {
@@ -561,6 +626,17 @@ TEST_P(MachineCache, ReadLeavesNoDescriptorOpen) {
     EXPECT_EQ(open_descriptors(), before);
 }
 
+TEST_P(MachineCache, ReadOpensNothingThatAStartedProgramInherits) {
+    create(record('a'));
+    const WatchedFiles files;
+    Bytes buffer = record(0);
+
+    EXPECT_EQ(read(buffer), 0);
+
+    EXPECT_THAT(files.opened(), ElementsAre(cache.lock_path, cache.path));
+    EXPECT_THAT(files.inherited(), IsEmpty());
+}
+
 // ---- creating
 
 TEST_P(MachineCache, CreateOfAnotherSizeWritesNothing) {
@@ -662,6 +738,28 @@ TEST_P(MachineCache, CreateKeepsTheOldRecordWhenTheNewOneDoesNotFit) {
     EXPECT_EQ(result, -1);
     EXPECT_TRUE(is_plain_file(record('a')));
     EXPECT_FALSE(fs::exists(cache.new_path()));
+}
+
+TEST_P(MachineCache, CreateKeepsTheOldRecordWhenTheNewOneCannotBeClosed) {
+    create(record('a'));
+    platform.reset();
+    WatchedFiles files;
+    files.fail_close([&](const std::string& path) { return path == cache.new_path(); });
+
+    EXPECT_EQ(create(record('b')), -1);
+
+    EXPECT_THAT(platform.log(), ElementsAre(LogLine{warning, pid_line("%s - open %s failed\n", writer, cache.path)}));
+    EXPECT_TRUE(is_plain_file(record('a')));
+    EXPECT_FALSE(fs::exists(cache.new_path()));
+}
+
+TEST_P(MachineCache, CreateOpensNothingThatAStartedProgramInherits) {
+    const WatchedFiles files;
+
+    EXPECT_EQ(create(record('a')), 0);
+
+    EXPECT_THAT(files.opened(), Contains(cache.new_path()));
+    EXPECT_THAT(files.inherited(), IsEmpty());
 }
 
 TEST_P(MachineCache, CreateWritesNothingThroughALinkInItsPlace) {
@@ -766,6 +864,72 @@ TEST_P(MachineCache, CreateNeedsNoLock) {
         EXPECT_EQ(file_content(outside), (Bytes{1, 2, 3}));
     }
     EXPECT_TRUE(platform.logged_nothing());
+}
+
+TEST_P(MachineCache, CreateHoldsTheLockFromBeforeTheNewFileIsOpenedUntilItHasItsName) {
+    write_file(cache.lock_path, {});
+    const WatchedFiles files;
+
+    EXPECT_EQ(create(record('a')), 0);
+
+    EXPECT_THAT(files.events(),
+                ElementsAre(std::string("open ") + cache.lock_path, "lock", std::string("open ") + cache.new_path(),
+                            std::string("rename ") + cache.path, "unlock"));
+    ASSERT_EQ(files.requests().size(), 2U);
+    EXPECT_EQ(files.requests()[0].lock.l_type, F_WRLCK);
+    EXPECT_THAT(platform.sleeps(), ElementsAre(unlock_pause));
+}
+
+TEST_P(MachineCache, CreateWaitsForALockThatIsHeldOneSecondAndWritesAllTheSame) {
+    const LockOfAnotherProcess other(cache);
+    ASSERT_TRUE(other.is_held());
+    const std::size_t descriptors = open_descriptors();
+
+    EXPECT_EQ(create(record('a')), 0);
+
+    EXPECT_THAT(platform.sleeps(), ElementsAreArray(std::vector<int64_t>(10, lock_pause)));
+    EXPECT_TRUE(is_plain_file(record('a')));
+    EXPECT_EQ(open_descriptors(), descriptors);
+    EXPECT_TRUE(platform.logged_nothing());
+}
+
+TEST_P(MachineCache, CreateTakesALockThatIsReleasedWhileItWaits) {
+    LockOfAnotherProcess other(cache);
+    ASSERT_TRUE(other.is_held());
+    const WatchedFiles files;
+    platform.during_sleep([&](int64_t) {
+        if (platform.sleeps().size() == 10) other.release();
+    });
+
+    EXPECT_EQ(create(record('a')), 0);
+
+    // Eleven attempts with ten pauses between them, then the release with its own.
+    std::vector<int64_t> sleeps(10, lock_pause);
+    sleeps.push_back(unlock_pause);
+    EXPECT_THAT(platform.sleeps(), ElementsAreArray(sleeps));
+    EXPECT_EQ(files.requests().size(), 12U);
+    EXPECT_EQ(files.events().back(), "unlock");
+    EXPECT_TRUE(is_plain_file(record('a')));
+}
+
+TEST_P(MachineCache, CreateWaitsOnlyForALockThatIsHeld) {
+    constexpr struct {
+        int error;
+        std::size_t requests;
+    } answers[] = {{EAGAIN, 11}, {EACCES, 11}, {ENOLCK, 1}, {EINTR, 1}, {EDEADLK, 1}};
+    for (const auto& answer : answers) {
+        SCOPED_TRACE(answer.error);
+        clean_up();
+        platform.reset();
+        WatchedFiles files;
+        files.fail_lock([](const LockRequest&) { return true; }, answer.error);
+
+        EXPECT_EQ(create(record('a')), 0);
+
+        EXPECT_EQ(files.requests().size(), answer.requests);
+        EXPECT_EQ(platform.sleeps(), std::vector<int64_t>(answer.requests - 1, lock_pause));
+        EXPECT_TRUE(is_plain_file(record('a')));
+    }
 }
 
 // ---- the flag
