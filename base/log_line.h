@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The system log and the trace file: the only place that writes to either, so that prefixes and priorities are right
-// everywhere.
+// The system log and the trace file: prefixes and priorities have one home here, so that they are right everywhere.
 #pragma once
 
 #include <string_view>

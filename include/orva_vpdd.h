@@ -349,7 +349,8 @@ int parse_fru_header(const uint8_t* image, FruAreaPointers* out);
 /**
  * @brief Decode one type/length field. The caller frees `out->data` and sets it to null before the next call.
  * @param next out: the following field, or null when the walk ends
- * @param end one past the last byte of the area
+ * @param end where the walk ends: `next` is null for a field that reaches it or lies behind it. It does not bound the
+ *            reading: such a field is decoded whole, up to 63 bytes behind `end` when it begins there.
  * @return 0; -1 when an argument is null; the `errno` value of a failed allocation
  */
 int fru_tlv2raw(const uint8_t* field, FruField* out, const uint8_t** next, const uint8_t* end);
@@ -373,7 +374,8 @@ int process_zelt_oem_cpu_rec(const uint8_t* data, uint32_t length, OemCpuRecord*
 int get_psu_fw_version(const uint8_t* field, PsuFwVersion* out, const uint8_t* end);
 
 /**
- * @brief Keep a heap copy of the ten bytes from `end` - 9 to `end` in the record. remove_vpd_node() frees it.
+ * @brief Keep a heap copy of the ten bytes from `end` - 9 to `end` in the record. remove_vpd_node() frees it. A dump
+ *        that the record already holds is not freed but lost.
  * @return 0, or the `errno` value of a failed allocation
  */
 int get_ppin_hexdump(ComponentVpdRecord* record, const uint8_t* end);
@@ -385,8 +387,8 @@ extern const char fru_bcd_array[17];
 
 /**
  * @brief Read one field of the system VPD and normalise its padding.
- * @param dest receives min(field size, `max_length`) bytes and no terminator: pass a zeroed buffer one byte longer.
- *             For ids 60-65 with OEM padding at least 32 bytes.
+ * @param dest receives min(field size, `max_length`) bytes and no terminator, nothing on failure: pass a zeroed buffer
+ *             one byte longer. The padding rule of the id concerns these bytes alone.
  * @return the device's non-zero result, 0 on failure (logged to the trace file)
  */
 int sysvpd_read_field(uint32_t id, uint32_t max_length, uint8_t* dest);

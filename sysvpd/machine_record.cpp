@@ -33,10 +33,7 @@ struct Field {
 Field read_field(uint32_t id, uint32_t length, const char* failure) {
     Field field{};
     field.was_read = sysvpd_read_field(id, length, field.bytes.data()) != 0;
-    if (!field.was_read) {
-        field.bytes = {};
-        trace_line(TraceLevel::failure, impl_name, "%s", failure);
-    }
+    if (!field.was_read) trace_line(TraceLevel::failure, impl_name, "%s", failure);
     return field;
 }
 

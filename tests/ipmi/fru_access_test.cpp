@@ -6,6 +6,7 @@
 using namespace vpdd::test;
 using testing::Each;
 using testing::ElementsAre;
+using testing::SizeIs;
 
 namespace {
 
@@ -128,6 +129,19 @@ TEST_F(ReadFru, TakesTheLongestAnswer) {
     Bytes dest(255, 0xEE);
     EXPECT_EQ(read_fru(5, 0, 255, dest.data()), 0);
     EXPECT_EQ(dest, image);
+}
+
+TEST_F(ReadFru, StatesRoomForTheLongestAnswerAndAByteInEachAttempt) {
+    platform.ipmi.fail_at(1);
+    platform.fru(5, Bytes(255));
+    Bytes dest(255);
+
+    EXPECT_EQ(read_fru(5, 0, 255, dest.data()), 0);
+
+    const auto calls = platform.ipmi.calls();
+    ASSERT_THAT(calls, SizeIs(2));
+    // Completion code, returned count, 255 bytes of data, and the spare one.
+    for (const IpmiCall& call : calls) EXPECT_EQ(call.room, 258U);
 }
 
 TEST_F(ReadFru, ReadsNothingBehindAnAnswerOf256Bytes) {

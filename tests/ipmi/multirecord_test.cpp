@@ -96,6 +96,50 @@ TEST_F(ProcessMultirec, LooksForNothingBehindAHeaderOfZeros) {
     EXPECT_TRUE(platform.logged_nothing());
 }
 
+TEST_F(ProcessMultirec, ChecksAHeaderWithOneByteThatIsNotZero) {
+    const LogLine wrong_header_checksum[] = {
+        {warning, "process_multirec - Invalid fru multirec header checksum. ID=40, V=00, l=00, rchk=00, hchk 00 != 40"},
+        {warning, "process_multirec - Invalid fru multirec header checksum. ID=00, V=02, l=00, rchk=00, hchk 00 != 02"},
+        {warning, "process_multirec - Invalid fru multirec header checksum. ID=00, V=00, l=01, rchk=00, hchk 00 != 01"},
+        {warning, "process_multirec - Invalid fru multirec header checksum. ID=00, V=00, l=00, rchk=00, hchk 11 != 11"},
+    };
+    const std::pair<Bytes, LogLine> headers[] = {
+        {{0x40, 0, 0, 0, 0}, wrong_header_checksum[0]}, {{0, 0x02, 0, 0, 0}, wrong_header_checksum[1]},
+        {{0, 0, 0x01, 0, 0}, wrong_header_checksum[2]}, {{0, 0, 0, 0x11, 0}, wrong_record_checksum},
+        {{0, 0, 0, 0, 0x11}, wrong_header_checksum[3]},
+    };
+    for (const auto& [header, complaint] : headers) {
+        SCOPED_TRACE(complaint.text);
+        platform.reset();
+        Bytes list = header;
+        list.resize(16);
+
+        EXPECT_EQ(process_multirec(list.data(), record.get()), -1);
+
+        EXPECT_THAT(platform.log(), ElementsAre(complaint));
+    }
+}
+
+TEST_F(ProcessMultirec, GoesOnBehindARecordOfAnyVersionWithoutTheEndOfListBit) {
+    for (const uint8_t version : {0x00, 0x01, 0x03, 0x0F, 0x12, 0x22, 0x42, 0x72, 0x7F}) {
+        SCOPED_TRACE(int{version});
+        record->oem_cpu.index = 0;
+
+        EXPECT_EQ(process({{0xC1, {1, 2}, version}, processor_record(7)}), 0);
+
+        EXPECT_EQ(record->oem_cpu.index, 7U);
+    }
+    EXPECT_TRUE(platform.logged_nothing());
+}
+
+TEST_F(ProcessMultirec, EndsAtTheEndOfListBitOfAnyVersion) {
+    for (const uint8_t version : {0x80, 0x81, 0x92, 0xFF}) {
+        EXPECT_EQ(process({{0xC1, {1, 2}, version}, processor_record(7)}), 0);
+
+        EXPECT_EQ(record->oem_cpu.index, 0U) << int{version};
+    }
+}
+
 TEST_F(ProcessMultirec, ReportsAWrongRecordChecksum) {
     Multirecord damaged = processor_record(2);
     damaged.record_checksum = static_cast<uint8_t>(vpdd::images::zero_checksum(damaged.data) + 1);

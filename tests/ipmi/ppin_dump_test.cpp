@@ -83,6 +83,7 @@ TEST_F(PpinDump, IsFreedWithItsOwnNodeAmongOthers) {
 TEST_F(PpinDump, IsNullWhenAnAllocationFails) {
     if (!allocator_can_fail) GTEST_SKIP() << "the sanitizer owns malloc";
     for (std::size_t failing = 1;; ++failing) {
+        node->record.ppin_dump = 0x5EAD;  // of no dump
         const CaptureStderr capture;
         const AllocationWatch watch(failing);
         const int result = dump();

@@ -2,6 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <functional>
+
 #include "failing_allocator.h"
 #include "machine_world.h"
 
@@ -9,6 +12,7 @@ using namespace vpdd::test;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
 using vpdd::images::Field;
 
 namespace {
@@ -271,6 +275,44 @@ TEST_F(MachineFields, PrintsThatItLeaves) {
     EXPECT_EQ(output.text(), "--> leave GetMachineFields\n");
 }
 
+/// Runs a hook inside each print to standard output while it lives.
+class DuringPrint {
+public:
+    explicit DuringPrint(std::function<void(std::string_view)> hook) : hook_(std::move(hook)) {
+        cookie_io_functions_t functions{};
+        functions.write = write;
+        stdout = fopencookie(this, "w", functions);
+        std::setvbuf(stdout, nullptr, _IONBF, 0);
+    }
+    ~DuringPrint() {
+        std::fclose(stdout);
+        stdout = former_;
+    }
+    DuringPrint(const DuringPrint&) = delete;
+    DuringPrint& operator=(const DuringPrint&) = delete;
+
+private:
+    static ssize_t write(void* self, const char* text, size_t size) {
+        static_cast<DuringPrint*>(self)->hook_({text, size});
+        return static_cast<ssize_t>(size);
+    }
+
+    std::function<void(std::string_view)> hook_;
+    FILE* former_ = stdout;
+};
+
+TEST_F(MachineFields, TellsTheLengthBeforeItPrintsThatItLeaves) {
+    platform.fru(0, seven_pairs());
+    std::vector<uint32_t> lengths;
+    {
+        const DuringPrint printing([&](std::string_view) { lengths.push_back(length); });
+        get();
+    }
+
+    EXPECT_THAT(lengths, Not(IsEmpty()));
+    EXPECT_THAT(lengths, Each(420));
+}
+
 TEST_F(MachineFields, ReadsThreeHundredBytesAsThreeChunks) {
     platform.fru(0, vpdd::images::FruImage().product({.custom = {"MTM", "7X06"}}).padded_to(300).build());
 
@@ -319,6 +361,28 @@ TEST_F(MachineFields, ReportsAFileIdAndGoesOnBehindIt) {
     EXPECT_EQ(platform.log().size(), 1U);
     EXPECT_TRUE(holds(record.pairs[0].label, "MTM"));
     EXPECT_EQ(length, 420U);
+}
+
+TEST_F(MachineFields, ReportsAFileIdOfAnyTypeWithItsTypeAndLength) {
+    const std::pair<Field, int> file_ids[] = {{Field::binary({1, 2}), 0x02},
+                                              {Field::bcd_plus({1, 2, 3}), 0x43},
+                                              {Field::six_bit("IPMI"), 0x83},  // three bytes, packed
+                                              {Field::raw(0x3F, Bytes(63, 'x')), 0x3F}};
+    for (const auto& [file_id, type_length] : file_ids) {
+        SCOPED_TRACE(type_length);
+        platform.reset();
+        const Bytes image = vpdd::images::FruImage().product({.file_id = file_id, .custom = {"MTM", "7X06"}}).build();
+        platform.fru(0, image);
+
+        EXPECT_EQ(get(), 0);
+
+        EXPECT_TRUE(platform.logged_at_line(
+            warning, "GetMachineFields",
+            formatted(" File ID is not empty, either BMC version upgraded or FRU error ! fru_size=%d, "
+                      "file id type length=%d\n",
+                      static_cast<int>(image.size()), type_length)));
+        EXPECT_TRUE(holds(record.pairs[0].label, "MTM"));
+    }
 }
 
 TEST_F(MachineFields, SaysNothingAboutAnEmptyFileId) {
@@ -419,6 +483,20 @@ TEST_F(MachineFields, WaitsTenSecondsBeforeTheSecondProbe) {
     EXPECT_THAT(std::vector<std::string>(journal.begin(), journal.begin() + 10),
                 ElementsAre("ipmi 06/01", slept, "ipmi 06/01", slept, "ipmi 06/01", slept, "sleep 10000000",
                             "log 12 " + pid_line("%s", not_ready), "ipmi 06/01", "ipmi 0A/10"));
+}
+
+TEST_F(MachineFields, ZeroesTheRecordBeforeItWaits) {
+    platform.ipmi.fail_when(is_probe);
+    std::vector<Bytes> seen;
+    platform.during_sleep([&](int64_t) {
+        seen.push_back(content(record));
+        EXPECT_EQ(length, untouched);
+    });
+
+    get({"MTM", "7X06"});
+
+    EXPECT_THAT(seen, Not(IsEmpty()));
+    EXPECT_THAT(seen, Each(Bytes(420)));
 }
 
 TEST_F(MachineFields, TakesAnAnswerToTheLastProbe) {

@@ -676,10 +676,12 @@ TEST_F(MachineRecord, HasTheFirstDayOfTheWeekAsItsCardDate) {
         {"0196", "1996-01-01"},  // where the count begins
         {"1021", "2021-03-08"},  // 1,314 weeks later
         {"0120", "2019-12-30"},  // the week of January 1st; read the other way round it would be week 20 of 2001
-        {"2001", "2001-05-14"}, {"5399", "1999-12-27"},  // a year of 52 weeks
-        {"5027", "2027-11-22"},                          // the last week that the count can hold
-        {"0150", "2027-11-22"},                          // no such year
-        {"0096", "1996-01-01"},                          // no such week
+        {"2001", "2001-05-14"},        {"5399", "1999-12-27"},        // a year of 52 weeks
+        {"5027", "2027-11-22"},                                       // the last week that the count can hold
+        {"0150", "2027-11-22"},                                       // no such year
+        {"0096", "1996-01-01"},                                       // no such week
+        {"  1021", "2021-03-08"},      {"      1021", "2021-03-08"},  // ten bytes are read
+        {"       1021", "2002-03-04"},                                // and not the eleventh: week 10 of year 2
     };
     for (const auto& [week_and_year, date] : dates) {
         platform.field(18, std::string_view(week_and_year));
