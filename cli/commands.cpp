@@ -139,7 +139,8 @@ constexpr auto all_commands = std::to_array<Command>({
      declare_report},
     {"spd", "Decode a saved SPD image of a memory module",
      "FILE holds the module's SPD bytes from byte 0 on, raw or as the text of a hex dump\n"
-     "(xxd, hexdump -C). DDR3, DDR4, DDR5 and NVDIMM images are decoded.\n"
+     "(xxd, xxd -p, hexdump -C), whose offsets must follow each other. DDR3, DDR4, DDR5 and\n"
+     "NVDIMM images are decoded.\n"
      "\n"
      "Examples:\n"
      "  vpdctl spd dimm.bin\n"
@@ -147,8 +148,9 @@ constexpr auto all_commands = std::to_array<Command>({
      declare_spd},
     {"fru", "Decode an IPMI FRU image",
      "FILE holds the FRU's bytes from the common header on, raw or as the text of a hex\n"
-     "dump. A wrong checksum or a missing end is reported; the rest is shown. Instead of\n"
-     "a file a FRU of a server can be read: --fru-id.\n"
+     "dump (xxd, xxd -p, hexdump -C), whose offsets must follow each other. A wrong checksum\n"
+     "or a missing end is reported; the rest is shown. Instead of a file a FRU of a server\n"
+     "can be read: --fru-id.\n"
      "\n"
      "Examples:\n"
      "  vpdctl fru board.bin\n"

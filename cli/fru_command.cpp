@@ -55,7 +55,7 @@ std::vector<uint8_t> read_server(const Arguments& arguments) {
 
 std::vector<uint8_t> image_of(const Arguments& arguments) {
     if (arguments.file.empty() && !arguments.fru_id) throw WrongUsage("FILE is required, or --fru-id");
-    if (!arguments.file.empty()) return without_hex_dump(read_image(arguments.file));
+    if (!arguments.file.empty()) return read_image(arguments.file);
     return read_server(arguments);
 }
 

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -15,11 +14,8 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-/// The whole content of a file of 1 byte to 64 KiB. Throws BadInput.
+/// The image of 1 byte to 64 KiB in a file, raw or as the text of a hex dump. Throws BadInput; what is a text is never
+/// taken for a raw image.
 std::vector<uint8_t> read_image(const std::string& path);
-
-/// The bytes of a dump written by `xxd`, `hexdump -C` or a plain list of hexadecimal bytes; any other content is
-/// returned as it is.
-std::vector<uint8_t> without_hex_dump(std::vector<uint8_t> content);
 
 }  // namespace vpdd::cli

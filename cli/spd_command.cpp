@@ -121,7 +121,7 @@ void decode_module(SpdReport& report, const SessionOptions& options) {
 SpdReport examine(const Arguments& arguments) {
     SpdReport report{};
     report.file = arguments.file;
-    report.image = without_hex_dump(read_image(arguments.file));
+    report.image = read_image(arguments.file);
     if (report.image.size() < smallest_image) {
         throw BadInput(displayable(arguments.file) + ": " + std::to_string(report.image.size()) +
                        " bytes are too few for an SPD image, which has 128 or more");
