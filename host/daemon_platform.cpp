@@ -96,7 +96,7 @@ void check() try {
 
 int reload(char* error, std::size_t error_size) try {
     const auto server = current_server();
-    const Bytes content = file_content(description_file);
+    const Bytes content = file_content(description_file, largest_description);
     const std::string_view text(reinterpret_cast<const char*>(content.data()), content.size());
     replace(*server, std::make_shared<Server>(checked_document(text, schema_text), server->folder, server->options));
     return 0;

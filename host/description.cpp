@@ -67,18 +67,19 @@ Fault fault_of(const Json& fault) {
             fault.value("read_from", 0U)};
 }
 
-constexpr std::size_t largest_image = 0xFFFF;  // bytes, IPMI 2.0 section 34.1
+constexpr std::size_t largest_image = 0xFFFF;                        // bytes, IPMI 2.0 section 34.1
+constexpr std::size_t largest_smbios_table = std::size_t{1} << 20U;  // bytes
 
-Bytes named_file(const Json& name, const std::filesystem::path& folder, const Place& place) try {
-    return file_content(folder / name.get<std::string>());
-} catch (const std::system_error& error) {
+Bytes named_file(const Json& name, const std::filesystem::path& folder, std::size_t most, const Place& place) try {
+    return file_content(folder / name.get<std::string>(), most);
+} catch (const std::runtime_error& error) {
     throw DescriptionError(place, error.what());
 }
 
 std::optional<Bytes> image_of(const Json& content, const std::filesystem::path& folder, const Place& place) {
     if (content.contains("areas")) return area_image(content["areas"], place / "areas");
     if (content.contains("dimm")) return spd_image(content["dimm"], place / "dimm");
-    if (content.contains("raw")) return named_file(content["raw"], folder, place / "raw");
+    if (content.contains("raw")) return named_file(content["raw"], folder, largest_image, place / "raw");
     return {};
 }
 
@@ -178,7 +179,7 @@ Description read_description(const Json& document, const std::filesystem::path& 
     read_sdr_records(document.value("sdr_records", Json::array()), description);
     for (const Json& fru : document["frus"]) read_fru(fru, folder, description);
     description.smbios = document.contains("smbios")
-                             ? named_file(document["smbios"]["raw"], folder, Place("/smbios/raw"))
+                             ? named_file(document["smbios"]["raw"], folder, largest_smbios_table, Place("/smbios/raw"))
                              : smbios_table(document);
     description.sensors = sensors_of(document.value("sensors", Json::array()));
     description.properties = property_tree(document);

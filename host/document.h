@@ -27,8 +27,14 @@ public:
 /// The parsed text, which agrees with the JSON Schema. @throws DescriptionError
 Json checked_document(std::string_view text, std::string_view schema);
 
-/// The whole file. @throws std::system_error
-Bytes file_content(const std::filesystem::path& path);
+/// nlohmann's text without its exception number in front.
+std::string reason_of(const Json::exception& error);
+
+constexpr std::size_t largest_description = std::size_t{16} << 20U;  // bytes, far beyond any server's
+
+/// The whole file, which must be a regular one. @throws std::runtime_error also for more than `most` bytes; the text
+/// names the file
+Bytes file_content(const std::filesystem::path& path, std::size_t most);
 
 /// Pairs of digits, as the schema lets them through.
 Bytes bytes_of_hex(std::string_view digits);

@@ -103,6 +103,11 @@ void pull(Json& fru, Json& document) {
     if (fru["entity"] == "processor" || fru["entity"] == processor) clear_presence(document, fru["name"]);
 }
 
+/// Whether a JSON document can keep it.
+bool is_utf8(const std::string& text) try { return !Json(text).dump().empty(); } catch (const Json::type_error&) {
+    return false;
+}
+
 }  // namespace
 
 std::string next_serial_number(std::string text) {
@@ -122,6 +127,7 @@ void apply_changes(const FruChanges& changes, Json& document) {
 
 ChangedFru changed_fru(const Json& document, const FruChanges& changes, VpddHostChange change, const std::string& fru,
                        const std::optional<std::string>& serial_number) {
+    if (serial_number && !is_utf8(*serial_number)) throw ImpossibleChange("the serial number is no UTF-8 text");
     const Json& described = find_fru(document, fru);
     ChangedFru changed{described["fru_id"], described["name"], {}, {}, {}};
     const auto former = changes.find(changed.fru_id);

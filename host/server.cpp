@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <system_error>
 
 #include "host/chghist/vpdd_chghist.h"
 #include "host/fru_changes.h"
@@ -30,7 +31,10 @@ std::shared_ptr<Server> make_current(std::shared_ptr<Server> server) {
 /// A path without symbolic links, which stays right in a private root.
 std::filesystem::path created_directory(const char* path) {
     if (path == nullptr || *path == '\0') return {};
-    std::filesystem::create_directories(path);
+    std::error_code error;
+    std::filesystem::create_directories(path, error);
+    if (!error && !std::filesystem::is_directory(path)) error = std::make_error_code(std::errc::not_a_directory);
+    if (error) throw std::system_error(error, path);
     return std::filesystem::canonical(path);
 }
 
@@ -90,6 +94,8 @@ int open(std::string_view text, const std::filesystem::path& folder, const VpddH
     return 0;
 } catch (const DescriptionError& reason) {
     return fail(prefix + reason.what(), error, error_size);
+} catch (const Json::exception& reason) {
+    return fail(prefix + reason_of(reason), error, error_size);
 } catch (const std::exception& reason) {
     return fail(reason.what(), error, error_size);
 }
@@ -171,7 +177,7 @@ extern "C" int vpdd_host_open_file(const char* path, const VpddHostOptions* opti
     vpdd_host_close();
     if (path == nullptr) return fail("no file given", error, error_size);
     const std::filesystem::path file(path);
-    const Bytes content = file_content(file);
+    const Bytes content = file_content(file, largest_description);
     const std::string_view text(reinterpret_cast<const char*>(content.data()), content.size());
     return open(text, file.parent_path(), options, {}, file.string() + ": ", error, error_size);
 } catch (const std::exception& reason) {

@@ -11,7 +11,8 @@ namespace vpdd::host::ipmi {
 
 namespace {
 
-constexpr std::size_t longest_password = 20;  // bytes, IPMI 2.0 section 13.28
+constexpr std::size_t longest_password = 20;         // bytes, IPMI 2.0 section 13.28
+constexpr std::size_t largest_password_file = 4096;  // bytes
 
 Transport transport_of(const Json& bmc) {
     const std::string name = bmc.value("interface", "lanplus");
@@ -33,7 +34,7 @@ void refuse_open_file(const std::filesystem::path& path) {
 }
 
 std::string first_line(const std::filesystem::path& path) {
-    const Bytes content = file_content(path);
+    const Bytes content = file_content(path, largest_password_file);
     const std::string_view text(reinterpret_cast<const char*>(content.data()), content.size());
     return std::string(text.substr(0, text.find_first_of("\r\n")));
 }
@@ -88,7 +89,7 @@ std::string Settings::name() const {
 }
 
 PlatformFile read_platform_file(const std::filesystem::path& path) try {
-    const Bytes content = file_content(path);
+    const Bytes content = file_content(path, largest_description);
     const std::string_view text(reinterpret_cast<const char*>(content.data()), content.size());
     const Json document = checked_document(text, bmc_schema_text);
     const std::filesystem::path folder = path.parent_path();

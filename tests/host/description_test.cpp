@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <sys/stat.h>
+
 #include "open_server.h"
 
 using namespace vpdd::test;
@@ -180,7 +182,44 @@ TEST(Description, NamingAMissingFileIsRefusedWithItsName) {
 
     EXPECT_EQ(refusal(server_text(fru_text(1, "A", R"({"raw": "no.bin"})")), folder.c_str()),
               "/frus/0/content/raw: " + folder.file("no.bin").string() + ": No such file or directory");
-    EXPECT_EQ(refusal(server_text("", R"(, "smbios": {"raw": "."})"), folder.c_str()).find("/smbios/raw: "), 0U);
+}
+
+TEST(Description, NamingWhatIsNoRegularFileIsRefusedAtOnce) {
+    const TemporaryFolder folder;
+    const std::string pipe = folder.file("pipe").string();
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+
+    EXPECT_EQ(refusal(server_text(fru_text(1, "A", R"({"raw": "."})")), folder.c_str()),
+              "/frus/0/content/raw: " + folder.file(".").string() + ": Is a directory");
+    EXPECT_EQ(refusal(server_text("", R"(, "smbios": {"raw": "."})"), folder.c_str()),
+              "/smbios/raw: " + folder.file(".").string() + ": Is a directory");
+    EXPECT_EQ(refusal(server_text(fru_text(1, "A", R"({"raw": "pipe"})")), folder.c_str()),
+              "/frus/0/content/raw: " + pipe + ": is no regular file");
+    EXPECT_EQ(refusal(server_text(fru_text(1, "A", R"({"raw": "/dev/zero"})")), folder.c_str()),
+              "/frus/0/content/raw: /dev/zero: is no regular file");
+    EXPECT_EQ(refusal(server_text(fru_text(1, "A", R"({"raw": "\u0000"})")), folder.c_str()),
+              "/frus/0/content/raw: a file's name has no NUL character");
+}
+
+TEST(Description, NamingALargerFileThanItsKindMayBeIsRefused) {
+    const TemporaryFolder folder;
+    const std::string image = server_text(fru_text(1, "A", R"({"raw": "image"})"));
+    const std::string table = server_text("", R"(, "smbios": {"raw": "table"})");
+    folder.write("image", std::string(65535, '\1'));
+    folder.write("table", std::string(1024 * 1024, '\1'));
+    EXPECT_EQ(refusal(image, folder.c_str()), "");
+    EXPECT_EQ(refusal(table, folder.c_str()), "");
+
+    folder.write("image", std::string(65536, '\1'));
+    folder.write("table", std::string(1024 * 1024 + 1, '\1'));
+
+    EXPECT_EQ(refusal(image, folder.c_str()),
+              "/frus/0/content/raw: " + folder.file("image").string() + ": larger than 65535 bytes");
+    EXPECT_EQ(refusal(table, folder.c_str()), "/smbios/raw: " + folder.file("table").string() + ": larger than 1 MiB");
+}
+
+TEST(Description, WithANumberThatNoComputerHasIsRefused) {
+    EXPECT_EQ(refusal(R"({"name": 1e999})"), "number overflow parsing '1e999'");
 }
 
 TEST(Description, WithAnUnknownSystemVpdFieldIsRefused) {
@@ -209,11 +248,25 @@ TEST(Description, InAFileIsRefusedWithTheFilesName) {
     EXPECT_EQ(error, folder.file("bad.json").string() + R"(: /: must have "machine")");
 }
 
+TEST(Description, InAFileBeyondReasonIsRefused) {
+    const TemporaryFolder folder;
+    folder.write("large.json", "");
+    std::filesystem::resize_file(folder.file("large.json"), 16 * 1024 * 1024 + 1);
+    char error[256];
+
+    EXPECT_EQ(vpdd_host_open_file(folder.file("large.json").c_str(), nullptr, error, sizeof error), -1);
+    EXPECT_EQ(error, folder.file("large.json").string() + ": larger than 16 MiB");
+}
+
 TEST(Description, InNoFileIsRefused) {
     char error[256];
 
     EXPECT_EQ(vpdd_host_open_file("/nowhere/at/all.json", nullptr, error, sizeof error), -1);
     EXPECT_STREQ(error, "/nowhere/at/all.json: No such file or directory");
+    EXPECT_EQ(vpdd_host_open_file("/", nullptr, error, sizeof error), -1);
+    EXPECT_STREQ(error, "/: Is a directory");
+    EXPECT_EQ(vpdd_host_open_file("/dev/zero", nullptr, error, sizeof error), -1);
+    EXPECT_STREQ(error, "/dev/zero: is no regular file");
     EXPECT_EQ(vpdd_host_open_file(nullptr, nullptr, nullptr, 0), -1);
     EXPECT_EQ(vpdd_host_open_text(nullptr, 0, nullptr, nullptr, error, sizeof error), -1);
 }

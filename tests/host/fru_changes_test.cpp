@@ -219,6 +219,8 @@ TEST_F(FruChanges, WithASerialNumberThatThePartCannotHaveChangeNothing) {
     const OpenServer server(description, options_);
 
     EXPECT_EQ(change(VPDD_HOST_SWAP, "DIMM 1", "12").result, -2);
+    EXPECT_EQ(change(VPDD_HOST_SWAP, "Fan 1", "\xFF").result, -2);
+    EXPECT_EQ(change(VPDD_HOST_SWAP, "Fan 1", "\xFF").error, "the serial number is no UTF-8 text");
     EXPECT_STREQ(change(VPDD_HOST_PULL, "DIMM 1").fru.old_serial_number, "0a0b0cFF");
 }
 
