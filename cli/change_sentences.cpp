@@ -149,6 +149,10 @@ std::optional<std::vector<Change>> recorded_changes() {
     return changes_in(rows);
 }
 
+std::string unreadable_history() {
+    return "the change history cannot be read: " + displayable(vpdd_chghist_last_error());
+}
+
 std::string sentence(const Change& change) { return field_text(change.row.name) + ": " + predicate(change); }
 
 std::string happening_name(Happening happening) {

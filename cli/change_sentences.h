@@ -25,6 +25,8 @@ std::vector<Change> changes_in(const std::vector<VpddChange>& rows);
 
 /// What the change history in use holds; nothing when it cannot be read.
 std::optional<std::vector<Change>> recorded_changes();
+/// Why not.
+std::string unreadable_history();
 
 /// "DIMM 3: serial 1234 replaced by 5678"
 std::string sentence(const Change& change);

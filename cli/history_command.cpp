@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <CLI/CLI.hpp>
-#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -24,10 +23,10 @@ struct Arguments {
 };
 
 std::vector<Change> read_changes(const std::string& directory) {
-    if (!std::filesystem::is_directory(directory)) throw BadInput(displayable(directory) + ": is no directory");
+    require_directory(directory);
     vpdd_chghist_use_directory(directory.c_str());
     auto changes = recorded_changes();
-    if (!changes) throw std::runtime_error(displayable(directory) + ": the change history cannot be read");
+    if (!changes) throw std::runtime_error(displayable(directory) + ": " + unreadable_history());
     return *std::move(changes);
 }
 
@@ -36,6 +35,12 @@ void print_changes(std::ostream& out, const std::vector<Change>& changes) {
     for (const Change& change : changes) {
         out << local_minute_text(change.time) << ' ' << displayable(sentence(change)) << '\n';
     }
+}
+
+/// A processor's row has raw bytes in this place.
+std::string part_number(const ChangeHistoryRecord& row) {
+    std::string text = field_text(row.part_number);
+    return text == displayable(text) ? text : "";
 }
 
 Json change_json(const Change& change) {
@@ -49,7 +54,7 @@ Json change_json(const Change& change) {
     };
     add("SerialNumber", field_text(row.serial_number));
     add("PreviousSerialNumber", change.previous_serial);
-    add("PartNumber", field_text(row.part_number));
+    add("PartNumber", part_number(row));
     add("Manufacturer", field_text(row.mfg_id));
     add("BoardCustomField", field_text(row.board_extra));
     object["Text"] = sentence(change);

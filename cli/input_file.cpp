@@ -47,6 +47,11 @@ std::vector<uint8_t> content_of(const std::string& path) {
 
 }  // namespace
 
+void require_directory(const std::string& path) {
+    std::error_code ignored;
+    if (!std::filesystem::is_directory(path, ignored)) throw BadInput(displayable(path) + ": is no directory");
+}
+
 std::vector<uint8_t> read_image(const std::string& path) {
     const std::string name = displayable(path);
     std::vector<uint8_t> content = content_of(path);

@@ -14,6 +14,9 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// Throws BadInput unless there is such a directory.
+void require_directory(const std::string& path);
+
 /// The image of 1 byte to 64 KiB in a file, raw or as the text of a hex dump. Throws BadInput; what is a text is never
 /// taken for a raw image.
 std::vector<uint8_t> read_image(const std::string& path);

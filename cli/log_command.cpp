@@ -12,6 +12,7 @@
 #include "cli/component.h"
 #include "cli/daemon_client.h"
 #include "cli/display_text.h"
+#include "cli/input_file.h"
 #include "cli/library_output.h"
 #include "cli/table.h"
 #include "cli/time_text.h"
@@ -72,14 +73,19 @@ bool is_asked_of_daemon(const Arguments& arguments) {
     return !arguments.offline && arguments.session.state_directory.empty();
 }
 
+void remove_entries(const ServerSession& session, const Arguments& arguments) {
+    if (is_asked_of_daemon(arguments)) return DaemonClient(session.log(), arguments.session.patience).clean_log();
+    const LibraryOutput kept_apart(session.log());
+    clean_activity_log();
+}
+
 void clean(ServerSession& session, const Arguments& arguments, std::size_t entries) {
     if (!is_confirmed(arguments, entries)) {
         std::cerr << "Nothing was removed.\n";
         return;
     }
-    if (is_asked_of_daemon(arguments)) return DaemonClient(session.log(), arguments.session.patience).clean_log();
-    const LibraryOutput kept_apart(session.log());
-    clean_activity_log();
+    remove_entries(session, arguments);
+    std::cout << "The activity log was emptied of " << entries << (entries == 1 ? " entry.\n" : " entries.\n");
 }
 
 Entries entries_of(ServerSession& session, const Arguments& arguments) {
@@ -89,8 +95,10 @@ Entries entries_of(ServerSession& session, const Arguments& arguments) {
 }
 
 ExitCode run(const Arguments& arguments) {
+    const std::string& state_directory = arguments.session.state_directory;
+    if (!state_directory.empty()) require_directory(state_directory);
     ServerSession session(arguments.session);
-    if (!arguments.session.state_directory.empty()) session.enter_private_root();
+    if (!state_directory.empty()) session.enter_private_root();
     const Entries entries = entries_of(session, arguments);
     if (arguments.clean) {
         clean(session, arguments, entries.size());
@@ -110,7 +118,8 @@ Runner declare_log(CLI::App& verb) {
                                           "Do without vpdd and read the log in the state directory DIR");
     verb.add_flag("--offline", arguments->offline, "Read the log of this machine without asking vpdd")->excludes(state);
     add_json_option(verb, arguments->json);
-    CLI::Option* clean = verb.add_flag("--clean", arguments->clean, "Remove all entries, after a question");
+    CLI::Option* clean =
+        verb.add_flag("--clean", arguments->clean, "Remove all entries, after a question")->excludes("--json");
     verb.add_flag("--yes", arguments->yes, "Do not ask")->needs(clean);
     add_wait_option(verb, arguments->session.patience);
     add_log_option(verb, arguments->session.log);

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <CLI/CLI.hpp>
 #include <ctime>
+#include <iostream>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
 
 #include "cli/command.h"
 #include "cli/common_options.h"
+#include "cli/display_text.h"
 #include "cli/output_file.h"
 #include "cli/report.h"
 
@@ -33,7 +35,7 @@ std::optional<Board> populated_board(const std::string& server) {
 void add_status(Report& report, std::ostream* log) {
     report.status = take_status(log);
     auto changes = recorded_changes();
-    if (!changes) throw std::runtime_error("the change history cannot be read");
+    if (!changes) throw std::runtime_error(unreadable_history());
     report.changes = *std::move(changes);
 }
 
@@ -53,6 +55,20 @@ Report report_of(ServerSession& session, const Arguments& arguments) {
     return report;
 }
 
+/// What the page says in several places, in one line: "2 components, 1 module without a slot, firmware".
+std::string gaps(const Report& report) {
+    const auto counted = [](std::size_t count, const std::string& singular, const std::string& plural) {
+        return count == 0 ? "" : std::to_string(count) + ' ' + (count == 1 ? singular : plural);
+    };
+    std::string list;
+    const auto add = [&](const std::string& text) { list += (list.empty() || text.empty() ? "" : ", ") + text; };
+    add(counted(report.inventory.unread.size(), "component", "components"));
+    if (report.board)
+        add(counted(report.board->without_slot.size(), "module without a slot", "modules without a slot"));
+    add(cli::is_complete(report.firmware) ? "" : "firmware");
+    return list.empty() ? "status" : list;
+}
+
 ExitCode run(const Arguments& arguments) {
     ServerSession session(arguments.session);
     // Held before its path may lead into the private root.
@@ -62,7 +78,10 @@ ExitCode run(const Arguments& arguments) {
     std::ostringstream page;
     write_report_html(page, report);
     file.write(page.str());
-    return report.is_complete() ? ExitCode::ok : ExitCode::incomplete;
+    if (report.is_complete()) return ExitCode::ok;
+    std::cerr << "vpdctl: " << displayable(arguments.html) << " was written; could not be read: " << gaps(report)
+              << '\n';
+    return ExitCode::incomplete;
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 
 #include "host/chghist/change_store.h"
 #include "platform/change_history.h"
@@ -15,6 +16,8 @@ namespace {
 
 constexpr const char* file_name = "change_history.sqlite";
 constexpr const char* directory_variable = "VPDD_STATE_DIRECTORY";
+
+thread_local std::string last_error;
 
 /// The database in use: opened when it is first needed, and anew when it is to be in another place.
 class Place {
@@ -27,9 +30,11 @@ public:
     /// What the operation makes of the database; nothing when that cannot be used.
     template <class Operation>
     auto with_store(Operation operation) -> std::optional<decltype(operation(std::declval<ChangeStore&>()))> try {
+        last_error.clear();
         const std::scoped_lock lock(mutex_);
         return operation(store());
-    } catch (const std::exception&) {
+    } catch (const std::exception& error) {
+        last_error = error.what();
         return {};
     }
 
@@ -124,3 +129,5 @@ extern "C" int vpdd_chghist_each_change(VpddChangeVisitor visitor, void* context
     std::ranges::any_of(*changes, [&](const VpddChange& change) { return visitor(context, &change) != 0; });
     return 0;
 }
+
+extern "C" const char* vpdd_chghist_last_error(void) { return vpdd::host::last_error.c_str(); }

@@ -152,6 +152,12 @@ TEST_F(ChangeHistory, InAPlaceThatIsNoDatabaseFails) {
     ComponentVpdRecord* records = nullptr;
     EXPECT_EQ(chghist_read_components(&records, nullptr), -1);
     EXPECT_EQ(records, nullptr);
+    EXPECT_EQ(vpdd_chghist_last_error(), folder.file("change_history.sqlite").string() + ": file is not a database");
+
+    const TemporaryFolder other;
+    vpdd_chghist_use_directory(other.c_str());
+    EXPECT_EQ(insert(row("Fan 1", "FN1", 1)), 0);
+    EXPECT_STREQ(vpdd_chghist_last_error(), "");
 }
 
 TEST_F(ChangeHistory, TakesRowsOfManyProcessesAtOnce) {

@@ -32,6 +32,8 @@ protected:
 };
 
 TEST_F(Log, OfANewStateDirectoryIsEmpty) {
+    std::filesystem::create_directory(state());
+
     const Outcome outcome = vpdctl({"log", "--state", state()});
 
     EXPECT_EQ(outcome.code, exit_ok) << outcome.err;
@@ -40,6 +42,8 @@ TEST_F(Log, OfANewStateDirectoryIsEmpty) {
 }
 
 TEST_F(Log, MayBeNamedByTheEnvironment) {
+    std::filesystem::create_directory(state());
+
     EXPECT_EQ(vpdctl({"log"}, {{"VPDD_STATE_DIRECTORY", state()}}).out, "The activity log is empty.\n");
 }
 
@@ -69,8 +73,21 @@ TEST_F(Log, IsCleanedWithYes) {
     const Outcome outcome = vpdctl({"log", "--state", state(), "--clean", "--yes"});
 
     EXPECT_EQ(outcome.code, exit_ok) << outcome.err;
-    EXPECT_THAT(outcome.out, IsEmpty());
+    EXPECT_EQ(outcome.out, "The activity log was emptied of 0 entries.\n");  // the damaged one was none
     EXPECT_EQ(std::filesystem::file_size(log_file()), 0U);
+}
+
+TEST_F(Log, IsNotCleanedForPrograms) {
+    write_damaged_entry();
+
+    EXPECT_EQ(vpdctl({"log", "--state", state(), "--clean", "--yes", "--json"}).code, exit_usage);
+    EXPECT_EQ(std::filesystem::file_size(log_file()), entry_size);
+}
+
+TEST_F(Log, WhoseCleaningCannotBeToldIsAFailure) {
+    write_damaged_entry();
+
+    EXPECT_EQ(vpdctl_into("/dev/full", {"log", "--state", state(), "--clean", "--yes"}), exit_failure);
 }
 
 TEST_F(Log, AsksOnATerminalBeforeItIsCleaned) {
@@ -88,11 +105,28 @@ TEST_F(Log, AsksOnATerminalBeforeItIsCleaned) {
 
 TEST_F(Log, YesAloneIsWrongUsage) { EXPECT_EQ(vpdctl({"log", "--state", state(), "--yes"}).code, exit_usage); }
 
-TEST_F(Log, InAStateDirectoryThatCannotBeMadeIsAFailure) {
-    const Outcome outcome = vpdctl({"log", "--state", "/proc/state"});
+TEST_F(Log, OfADirectoryThatIsNotThereIsBadInputAndMakesNone) {
+    const Outcome outcome = vpdctl({"log", "--state", state()});
 
-    EXPECT_EQ(outcome.code, exit_failure);
-    EXPECT_THAT(outcome.err, HasSubstr("/proc/state"));
+    EXPECT_EQ(outcome.code, exit_bad_input);
+    EXPECT_THAT(outcome.out, IsEmpty());
+    EXPECT_EQ(outcome.err, "vpdctl: " + state() + ": is no directory\n");
+    EXPECT_FALSE(std::filesystem::exists(state()));
+}
+
+TEST(StateDirectory, ThatIsAFileIsBadInputToEveryCommand) {
+    const ScratchFolder folder;
+    const std::string file = folder.file("state", std::string_view("no directory"));
+    for (const std::string command : {"log", "history"}) {
+        const Outcome outcome = vpdctl({command, "--state", file});
+        EXPECT_EQ(outcome.code, exit_bad_input) << command;
+        EXPECT_EQ(outcome.err, "vpdctl: " + file + ": is no directory\n") << command;
+    }
+    for (const std::string command : {"status", "machine", "inventory", "slots", "firmware"}) {
+        const Outcome outcome = vpdctl({command, "--server", server_file("ddr3-small"), "--state", file});
+        EXPECT_EQ(outcome.code, exit_bad_input) << command;
+        EXPECT_EQ(outcome.err, "vpdctl: " + file + ": Not a directory\n") << command;
+    }
 }
 
 }  // namespace

@@ -348,6 +348,21 @@ TEST_F(Status, HistoryHasItsValuesForPrograms) {
     EXPECT_EQ(change["Manufacturer"], "Example Fans");
 }
 
+TEST_F(Status, HistoryLeavesOutAPartNumberOfRawBytes) {
+    std::string text(description);
+    const std::string product = R"("product": {"version": "ES-1", "serial_number": "EC1"})";
+    text.replace(text.find(product), product.size(),
+                 product + R"(, "oem_cpu": {"index": 1, "texts": ["Example CPU"], "raw": "06F80800"})");
+    describe(text);
+    status();
+
+    const Json changes = history();
+
+    EXPECT_EQ(changes[0]["Name"], "CPU 1");
+    EXPECT_FALSE(changes[0].contains("PartNumber")) << changes[0];
+    EXPECT_EQ(changes[2]["PartNumber"], "EXF-1");
+}
+
 TEST_F(Status, HistoryOfANewStateDirectoryIsEmpty) {
     std::filesystem::create_directory(state());
 
@@ -368,7 +383,11 @@ TEST_F(Status, HistoryThatIsNoDatabaseIsAFailure) {
                 std::string_view("This is no database, and longer than its header, which "
                                  "has a hundred bytes: they are all of another kind."));
 
-    EXPECT_EQ(vpdctl({"history", "--state", state()}).code, exit_failure);
+    const Outcome outcome = vpdctl({"history", "--state", state()});
+
+    EXPECT_EQ(outcome.code, exit_failure);
+    EXPECT_EQ(outcome.err, "vpdctl: " + state() + ": the change history cannot be read: " + state() +
+                               "/change_history.sqlite: file is not a database\n");
 }
 
 }  // namespace
