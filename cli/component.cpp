@@ -36,7 +36,8 @@ Identity identity(const ComponentVpdRecord& record) {
         return {field_text(record.mfg_id), field_text(record.part_number), field_text(record.serial_number), date};
     }
     const SpdInfo& spd = record.spd_info;
-    return {field_text(spd.mfg_id), field_text(spd.part_number), module_serial_number(spd), date};
+    return {field_text(spd.mfg_id), field_text(spd.part_number), module_serial_number(spd),
+            has_manufacture_date(spd) ? date : ""};
 }
 
 std::string entity_text(const ComponentVpdRecord& record) {

@@ -115,6 +115,8 @@ Json raw_text(const char (&field)[Size]) {
 
 bool is_decoded(const SpdInfo& spd) { return spd.device_type[0] != '\0'; }
 
+bool has_manufacture_date(const SpdInfo& spd) { return spd.mfg_week >= 1 && spd.mfg_week <= 53 && spd.mfg_year <= 99; }
+
 std::optional<uint64_t> capacity_mib(const SpdInfo& spd) {
     if (spd.ram_size == 0) return std::nullopt;
     const uint64_t unit = field_text(spd.mfg_id) == flash_module_maker ? 1024 : 1;

@@ -15,6 +15,8 @@ namespace vpdd::cli {
 
 /// The record holds a decoded SPD image.
 bool is_decoded(const SpdInfo& spd);
+/// The library turns any week and year into a date.
+bool has_manufacture_date(const SpdInfo& spd);
 
 std::optional<uint64_t> capacity_mib(const SpdInfo& spd);
 /// "16 GiB", "512 MiB"

@@ -138,12 +138,23 @@ bool is_complete(const SpdReport& report) {
            std::all_of(report.checksums.begin(), report.checksums.end(), is_right);
 }
 
-std::string speed_text(const SpdInfo& spd) {
+/// The record's transfer rate leaves the fine correction of the cycle time out: for some modules it is another speed
+/// than that of the line on which it would stand.
+bool is_rate_of_speed(const SpdInfo& spd, const Geometry& geometry) {
+    constexpr uint32_t usual_width = 64;  // bits
+    const uint64_t expected = uint64_t{data_rate(spd).value_or(0)} * geometry.data_width.value_or(usual_width) / 8;
+    const uint64_t rate = spd.speed_in_MBpsec;
+    const uint64_t difference = rate > expected ? rate - expected : expected - rate;
+    return difference * 100 <= expected;
+}
+
+std::string speed_text(const SpdInfo& spd, const Geometry& geometry) {
     const auto rate = data_rate(spd);
     const std::string named = field_text(spd.sdram_freq_string);
     std::string text = rate ? std::to_string(*rate) + " MT/s" : "unknown";
     if (!named.empty()) text += ", " + named;
-    if (spd.speed_in_MBpsec != 0) text += ", " + std::to_string(spd.speed_in_MBpsec) + " MB/s";
+    if (spd.speed_in_MBpsec != 0 && is_rate_of_speed(spd, geometry))
+        text += ", " + std::to_string(spd.speed_in_MBpsec) + " MB/s";
     return text;
 }
 
@@ -156,8 +167,8 @@ std::string width_text(const SpdInfo& spd, const Geometry& geometry) {
 std::string manufactured_text(const ComponentVpdRecord& record) {
     const SpdInfo& spd = record.spd_info;
     const std::string week = "week " + std::to_string(spd.mfg_week) + ", year " + std::to_string(spd.mfg_year);
-    const bool is_date = spd.mfg_week >= 1 && spd.mfg_week <= 53 && spd.mfg_year <= 99;
-    return is_date ? field_text(record.mfg_date) + " (" + week + ')' : "no date (" + week + ')';
+    const std::string date = identity(record).manufactured;
+    return (date.empty() ? "no date" : date) + " (" + week + ')';
 }
 
 std::string latencies_text(const SpdInfo& spd) {
@@ -185,7 +196,7 @@ void print_module(std::ostream& out, const SpdReport& report, const Style& style
     ValueList module;
     module.add("Type", type_text(spd));
     module.add("Size", size ? capacity_text(*size) : "unknown");
-    module.add("Speed", speed_text(spd));
+    module.add("Speed", speed_text(spd, report.geometry));
     module.add("Ranks", std::to_string(report.geometry.ranks.value_or(0)));
     module.add("Bus width", width_text(spd, report.geometry));
     module.add("CAS latencies", latencies_text(spd));

@@ -249,6 +249,34 @@ TEST(Spd, EscapesHostilePartNumber) {
               "31m\x07");
 }
 
+TEST(Spd, WhoseWeekOrYearIsNoneHasNoDate) {
+    struct Made {
+        uint8_t year, week;  ///< as in the image, binary coded decimal: what is none reads as another number
+        const char* date;
+    };
+    for (const Made made : {Made{0x00, 0x00, ""}, Made{0x26, 0x71, ""}, Made{0x23, 0x50, "2023-12-11"}}) {
+        Image image = ddr4_module().build();
+        image[323] = made.year;  // JEDEC SPD for DDR4, bytes 323 and 324
+        image[324] = made.week;
+        const Shown shown(image);
+
+        EXPECT_EQ(shown.json()["ManufactureDate"], made.date);
+        EXPECT_THAT(shown.text(), HasSubstr(*made.date == '\0' ? "Manufactured   no date (week " : made.date));
+    }
+}
+
+TEST(Spd, TextLeavesOutATransferRateThatIsNotOfTheSpeed) {
+    // DDR4-2400 has a cycle of 0.833 ns: 7 medium units (0.125 ns) less 42 fine ones (1 ps), which the rate leaves out.
+    const Shown corrected(ddr4_module().speed(2400).seal().build());
+    const Shown even(ddr4_module().speed(3200).seal().build());
+
+    EXPECT_THAT(corrected.text(), HasSubstr("2400 MT/s"));
+    EXPECT_THAT(corrected.text(), testing::Not(HasSubstr("MB/s")));
+    EXPECT_EQ(corrected.json()["Record"]["speed_in_MBpsec"], 18285);
+    EXPECT_THAT(even.text(), HasSubstr("3200 MT/s, "));
+    EXPECT_THAT(even.text(), HasSubstr(", 25600 MB/s"));
+}
+
 TEST(Spd, RandomImagesAreSurvived) {
     uint32_t state = 1;
     const auto next = [&state] {
