@@ -47,16 +47,51 @@ int report(ExitCode code, const char* reason) {
     return exit_with(code);
 }
 
-std::string usage_text(const std::string& mistake) {
-    return "vpdctl: " + displayable(mistake) + "\nTry 'vpdctl --help'.\n";
+/// @param command the one that is asked for, or empty
+ExitCode wrong_usage(const std::string& mistake, const std::string& command) {
+    const std::string help = command.empty() ? "vpdctl --help" : "vpdctl " + command + " --help";
+    std::cerr << "vpdctl: " << displayable(mistake) << "\nTry '" << help << "'.\n";
+    return ExitCode::usage;
 }
 
-std::string parse_failure(const CLI::App* /*app*/, const CLI::Error& error) { return usage_text(error.what()); }
+/// The command of this name, or none.
+std::span<const Command> commands_called(std::string_view name) {
+    const auto found = std::ranges::find(commands(), name, &Command::name);
+    return found != commands().end() ? std::span(found, 1) : std::span<const Command>();
+}
 
-/// The command that is asked for, else all: to declare them takes longer than to decode a memory module.
-std::span<const Command> declared_for(std::string_view first_argument) {
-    const auto asked = std::ranges::find(commands(), first_argument, &Command::name);
-    return asked != commands().end() ? std::span(asked, 1) : commands();
+std::string empty_value(const std::string& value) { return value.empty() ? "must not be empty" : ""; }
+
+bool is_flag(const CLI::Option& option) { return option.get_items_expected_max() == 0; }
+
+/// The flag that is given a value, as in --json=3, which CLI11 would take for its opposite or for a count.
+std::string flag_with_value(const CLI::App& verb, std::span<char*> arguments) {
+    for (const std::string_view argument : arguments) {
+        const std::size_t end = argument.find('=');
+        if (!argument.starts_with("--") || end == std::string_view::npos) continue;
+        const std::string name(argument.substr(0, end));
+        const CLI::Option* option = verb.get_option_no_throw(name);
+        if (option != nullptr && is_flag(*option)) return name;
+    }
+    return "";
+}
+
+/// What the parser does not know comes before what it misses, perhaps for that reason.
+std::string mistake_of(const CLI::App& app, const CLI::ParseError& error) {
+    const std::vector<std::string> unknown = app.remaining(true);
+    if (unknown.empty()) return error.what();
+    const auto option = std::ranges::find_if(unknown, [](const auto& word) { return word.starts_with('-'); });
+    return option != unknown.end() ? "unknown option " + *option : "unexpected argument " + unknown.front();
+}
+
+/// Declares a command with what holds for all of them.
+Runner declare(CLI::App& verb, const Command& command) {
+    verb.footer(command.details);
+    Runner runner = command.declare(verb);
+    for (CLI::Option* option : verb.get_options([](const CLI::Option* any) { return !is_flag(*any); })) {
+        option->check(CLI::Validator(empty_value, ""));
+    }
+    return runner;
 }
 
 ExitCode parse_and_run(int count, char** arguments) {
@@ -65,24 +100,31 @@ ExitCode parse_and_run(int count, char** arguments) {
     app.footer(footer);
     app.require_subcommand(0, 1);
     app.get_formatter()->label("SUBCOMMAND", "COMMAND");
-    app.failure_message(parse_failure);
 
     std::map<const CLI::App*, Runner> runners;
-    const std::string_view first = count > 1 ? arguments[1] : "";
-    for (const Command& command : declared_for(first)) {
+    const std::string first = count > 1 ? arguments[1] : "";
+    const std::span<const Command> asked = commands_called(first);
+    const bool is_word = count > 1 && !first.starts_with('-');
+    if (asked.empty() && is_word) return wrong_usage("unknown command " + first, "");
+    // Only the one: to declare all takes longer than to decode a memory module.
+    for (const Command& command : asked.empty() ? commands() : asked) {
         CLI::App* verb = app.add_subcommand(command.name, command.summary)->group("Commands");
-        verb->footer(command.details);
-        runners[verb] = command.declare(*verb);
+        runners[verb] = declare(*verb, command);
+    }
+    const std::string command = asked.empty() ? "" : first;
+    if (!asked.empty()) {
+        const std::span<char*> words(arguments, static_cast<std::size_t>(count));
+        const std::string flag = flag_with_value(*runners.begin()->first, words.subspan(2));
+        if (!flag.empty()) return wrong_usage(flag + " takes no value", command);
     }
     try {
         app.parse(count, arguments);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? ExitCode::ok : ExitCode::usage;
+        if (error.get_exit_code() != 0) return wrong_usage(mistake_of(app, error), command);
+        app.exit(error);
+        return ExitCode::ok;
     }
-    if (app.get_subcommands().empty()) {
-        std::cerr << usage_text("a command is missing");
-        return ExitCode::usage;
-    }
+    if (app.get_subcommands().empty()) return wrong_usage("a command is missing", "");
     return runners.at(app.get_subcommands().front())();
 }
 

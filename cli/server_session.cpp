@@ -52,12 +52,14 @@ decltype(&vpdd_ipmi_open_file) ipmi_platform() {
     return reinterpret_cast<decltype(&vpdd_ipmi_open_file)>(function);
 }
 
-/// The results of CreateComponentVPDCache().
+/// One of the results of CreateComponentVPDCache().
+constexpr int no_sdr_records = -3;
+
 std::string creation_failure(int result) {
     switch (result) {
         case -1:
             return "a DDR5 module does not state the size of its SPD image";
-        case -3:
+        case no_sdr_records:
             return "the SDR repository cannot be read";
         default:
             return "result " + std::to_string(result);
@@ -110,6 +112,7 @@ void ServerSession::open_file(const std::string& path) {
     if (vpdd_host_open_file(server_path(path).c_str(), &host_options_, error.data(), error.size()) != 0) {
         throw BadInput(displayable(error.data()));
     }
+    description_ = path;
 }
 
 void ServerSession::open_text(const std::string& text) {
@@ -148,6 +151,10 @@ void ServerSession::create_cache() {
     progress_.erase();
     // After a failure the library may have left its lock held: no look-up must follow.
     if (result != 0 && !lost_bmc_.empty()) throw std::runtime_error(lost_bmc_);
+    // Of a described server every record can be read that there is.
+    if (result == no_sdr_records && !description_.empty()) {
+        throw BadInput(displayable(description_) + ": the server has no FRUs");
+    }
     if (result != 0) throw std::runtime_error("the component cache could not be created: " + creation_failure(result));
 }
 

@@ -71,7 +71,8 @@ public:
     /// Where the library's messages go; null: nowhere.
     std::ostream* log() const { return log_; }
 
-    /// Build the component cache, with a progress line. Throws std::runtime_error when it does not stand afterwards.
+    /// Build the component cache, with a progress line. Throws std::runtime_error when it does not stand afterwards,
+    /// BadInput when the described server has nothing to put into it.
     void create_cache();
 
 private:
@@ -84,6 +85,7 @@ private:
     std::ofstream log_file_;
     std::ostream* log_ = nullptr;
     std::string lost_bmc_;
+    std::string description_;  ///< the open file; empty: the server is no described one
     ProgressLine progress_;
 };
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <charconv>
 #include <iostream>
 #include <memory>
@@ -30,7 +31,7 @@ uint32_t platform_id_of(const std::string& text) {
     const std::string digits = text.starts_with("0x") || text.starts_with("0X") ? text.substr(2) : text;
     uint32_t id = 0;
     const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), id, 16);
-    if (result.ec != std::errc() || result.ptr != digits.data() + digits.size()) {
+    if (digits.size() != 8 || result.ec != std::errc() || result.ptr != digits.data() + digits.size()) {
         throw WrongUsage(displayable(text) + " is no platform id: eight hexadecimal digits, as in 0x00500085");
     }
     return id;
@@ -40,6 +41,14 @@ std::string known_platforms() {
     std::string list;
     for (const PlatMemSlot& row : platMemSlots) list += (list.empty() ? "" : " ") + platform_text(row.platform_id);
     return list;
+}
+
+/// The library knows the platform and takes another for it that it does not know: one that the environment makes of it.
+std::string variant_text(uint32_t id) {
+    constexpr uint32_t six_sockets = 0x06500076;
+    const bool is_known =
+        std::ranges::any_of(platMemSlots, [&](const PlatMemSlot& row) { return row.platform_id == id; });
+    return is_known ? ", which the environment variable VSK_NUM_SOCKETS makes " + platform_text(six_sockets) : "";
 }
 
 /// The board of a platform whatever the server is, as it would find it.
@@ -52,8 +61,8 @@ Board board_of(const std::string& platform, const SessionOptions& options) {
     session.open_text(Json{{"name", "board"}, {"machine", machine}, {"frus", Json::array()}}.dump());
     read_machine();  // publishes the platform id
     if (GetMemSlot() == nullptr) {
-        throw WrongUsage("there is no slot map of platform " + displayable(platform) + "; known are " +
-                         known_platforms());
+        throw WrongUsage("there is no slot map of platform " + displayable(platform) + variant_text(id) +
+                         "; known are " + known_platforms());
     }
     return board_of_platform();
 }

@@ -488,6 +488,18 @@ Json module_beside(const Json& smbios, int size_gib = 16) {
     return module;
 }
 
+TEST(Inventory, OfAServerWithoutFrusIsBadInput) {
+    const ScratchFolder folder;
+    const std::string path =
+        folder.file("server.json", std::string_view(R"({"name": "x", "machine": {}, "frus": []})"));
+
+    const Outcome outcome = vpdctl({"inventory", "--server", path});
+
+    EXPECT_EQ(outcome.code, exit_bad_input);
+    EXPECT_THAT(outcome.out, testing::IsEmpty());
+    EXPECT_EQ(outcome.err, "vpdctl: " + path + ": the server has no FRUs\n");
+}
+
 TEST(SmbiosCheck, AgreesWhenEverythingIsTheSame) {
     Json module = module_beside(Json::object());
 

@@ -188,6 +188,24 @@ TEST(Slots, OfAnUnknownPlatformAreWrongUsage) {
     EXPECT_EQ(vpdctl({"slots", "--platform", "0x100000000"}).code, exit_usage);
 }
 
+TEST(Slots, OfAPlatformHaveAllOfItsDigits) {
+    for (const std::string digits : {"abc", "5242998", "0x500088", "0x+0500088", "000500088"}) {
+        const Outcome outcome = vpdctl({"slots", "--platform", digits});
+
+        EXPECT_EQ(outcome.code, exit_usage) << digits;
+        EXPECT_EQ(outcome.err,
+                  "vpdctl: " + digits + " is no platform id: eight hexadecimal digits, as in 0x00500085\n");
+    }
+}
+
+TEST(Slots, OfAVariantWithoutAMapSayWhereItComesFrom) {
+    const Outcome outcome = vpdctl({"slots", "--platform", "0x00500076"}, {{"VSK_NUM_SOCKETS", "6"}});
+
+    EXPECT_EQ(outcome.code, exit_usage);
+    EXPECT_THAT(outcome.err, StartsWith("vpdctl: there is no slot map of platform 0x00500076, which the environment "
+                                        "variable VSK_NUM_SOCKETS makes 0x06500076; known are "));
+}
+
 TEST(Slots, WithoutServerAndPlatformAreWrongUsage) {
     const Outcome outcome = vpdctl({"slots"});
 

@@ -56,6 +56,39 @@ TEST(Usage, UnknownCommandsAndOptionsAreWrong) {
     EXPECT_EQ(vpdctl({"fru", "one", "two"}).code, exit_usage);
 }
 
+TEST(Usage, WhatIsNotKnownIsNamedWithTheHelpThatKnowsMore) {
+    EXPECT_EQ(vpdctl({"SPD", "d4"}).err, "vpdctl: unknown command SPD\nTry 'vpdctl --help'.\n");
+    EXPECT_EQ(vpdctl({"", "d4"}).code, exit_usage);
+    EXPECT_EQ(vpdctl({"spd", "--bogus"}).err, "vpdctl: unknown option --bogus\nTry 'vpdctl spd --help'.\n");
+    EXPECT_EQ(vpdctl({"spd", "file", "--bogus=3"}).err, "vpdctl: unknown option --bogus=3\nTry 'vpdctl spd --help'.\n");
+    EXPECT_EQ(vpdctl({"fru", "one", "two", "three"}).err,
+              "vpdctl: unexpected argument two\nTry 'vpdctl fru --help'.\n");
+    EXPECT_EQ(vpdctl({"spd"}).err, "vpdctl: FILE is required\nTry 'vpdctl spd --help'.\n");
+    EXPECT_EQ(vpdctl({"--bogus", "spd"}).err, "vpdctl: unknown option --bogus\nTry 'vpdctl --help'.\n");
+}
+
+TEST(Usage, AFlagTakesNoValue) {
+    const ScratchFolder folder;
+    for (const std::string value : {"3", "false", "true", ""}) {
+        const Outcome outcome = vpdctl({"fru", good_fru(folder), "--json=" + value});
+
+        EXPECT_EQ(outcome.code, exit_usage) << value;
+        EXPECT_THAT(outcome.out, IsEmpty());
+        EXPECT_EQ(outcome.err, "vpdctl: --json takes no value\nTry 'vpdctl fru --help'.\n");
+    }
+}
+
+TEST(Usage, AnEmptyValueIsWrong) {
+    const std::string server = server_file("ddr3-small");
+
+    EXPECT_EQ(vpdctl({"inventory", "--server", ""}).err,
+              "vpdctl: --server: must not be empty\nTry 'vpdctl inventory --help'.\n");
+    EXPECT_EQ(vpdctl({"slots", "--server", server, "--svg", ""}).code, exit_usage);
+    EXPECT_EQ(vpdctl({"status", "--server", server, "--state", ""}).code, exit_usage);
+    EXPECT_EQ(vpdctl({"spd", ""}).code, exit_usage);
+    EXPECT_EQ(vpdctl({"spd", "file", "--log", ""}).code, exit_usage);
+}
+
 TEST(Usage, AMissingArgumentIsNamed) {
     const Outcome file = vpdctl({"spd"});
     const Outcome server = vpdctl({"simulate", "pull", "1", "--state", "s"});
