@@ -14,10 +14,10 @@ constexpr auto all_commands = std::to_array<Command>({
      "\n"
      "Examples:\n"
      "  vpdctl inventory                                        of this machine\n"
-     "  vpdctl inventory --server ddr5-2s.json\n"
-     "  vpdctl inventory --server ddr5-2s.json --log -          with the library's messages\n"
+     "  vpdctl inventory --server ddr5-2s\n"
+     "  vpdctl inventory --server ddr5-2s --log -               with the library's messages\n"
      "  vpdctl inventory --platform ipmi --bmc rack4.json       asks a real BMC over IPMI\n"
-     "  vpdctl inventory --server ddr5-2s.json --json | jq '.Memory[].SerialNumber'\n",
+     "  vpdctl inventory --server ddr5-2s --json | jq '.Memory[].SerialNumber'\n",
      declare_inventory},
     {"machine", "Show the identity of a server",
      "Type and model, serial numbers, UUID, addresses and code levels as the server's\n"
@@ -54,6 +54,7 @@ constexpr auto all_commands = std::to_array<Command>({
      "The log has an entry for each component that was installed or removed, oldest first.\n"
      "vpdd writes it, and is asked for it; --offline reads it without vpdd. With --state it is\n"
      "DIR/flash/data0/component_activity.log, which `vpdctl status --server` writes.\n"
+     "--clean empties it and says of how many entries; it has no --json.\n"
      "\n"
      "Memory devices (entity id 0x20) are never logged: see them in `vpdctl status`.\n"
      "\n"
@@ -67,7 +68,8 @@ constexpr auto all_commands = std::to_array<Command>({
      "What `vpdctl status` found out, oldest first, from DIR/change_history.sqlite: which\n"
      "component was installed, removed or replaced, when, and its serial number.\n"
      "\n"
-     "Memory devices (entity id 0x20) are never recorded: see them in `vpdctl status`.\n"
+     "Memory devices (entity id 0x20) are never recorded: see them in `vpdctl status`. A part\n"
+     "number that is no printable text, as a processor's, is left out.\n"
      "\n"
      "Examples:\n"
      "  vpdctl history --state DIR\n"
