@@ -228,7 +228,7 @@ class Kept(Documents):
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
-        self.state = ['--state', f'{folder.name}/state']
+        self.state = ['--state', folder.name]
         probe = subprocess.run(command_of(options.vpdctl, 'log', *self.state), capture_output=True, timeout=SECONDS,
                                check=False)
         if b'no private /flash and /tmp' in probe.stderr:
