@@ -433,13 +433,6 @@ TEST(Inventory, EndsWithAFailureWhenTheCacheCannotBeCreated) {
     EXPECT_THAT(outcome.err, HasSubstr("does not state the size of its SPD image"));
 }
 
-TEST(Inventory, EndsWithAFailureWhenThereIsNoSdrRepository) {
-    const TestServer server;
-
-    EXPECT_EQ(server.table().code, exit_failure);
-    EXPECT_THAT(server.table().err, HasSubstr("the SDR repository cannot be read"));
-}
-
 TEST(Inventory, OfAMissingServerIsRefused) {
     const Outcome outcome = vpdctl({"inventory", "--server", "/nonexistent/server.json"});
 

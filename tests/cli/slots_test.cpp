@@ -156,7 +156,7 @@ TEST(Slots, OfAnotherPlatformTakeTheServersModules) {
 }
 
 TEST(Slots, OfEveryPlatformAreDrawn) {
-    const Outcome unknown = vpdctl({"slots", "--platform", "0x1"});
+    const Outcome unknown = vpdctl({"slots", "--platform", "0x00000001"});
     const std::string list = unknown.err.substr(unknown.err.find("known are ") + 10);
     std::set<std::string> platforms;
     for (std::size_t begin = 0; begin + 10 <= list.size(); begin += 11) platforms.insert(list.substr(begin, 10));
