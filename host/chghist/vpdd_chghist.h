@@ -39,8 +39,8 @@ void vpdd_chghist_use_directory(const char* directory);
 int vpdd_chghist_each_change(VpddChangeVisitor visitor, void* context);
 
 /**
- * @brief Why this thread's last call found no database that could be used; empty when it found one. The text stays until
- * the thread's next call.
+ * @brief Why this thread's last call found no database that could be used; empty when it found one. The text stays
+ * until the thread's next call.
  */
 const char* vpdd_chghist_last_error(void);
 
