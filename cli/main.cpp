@@ -69,7 +69,7 @@ std::string flag_with_value(const CLI::App& verb, std::span<char*> arguments) {
     for (const std::string_view argument : arguments) {
         const std::size_t end = argument.find('=');
         if (!argument.starts_with("--") || end == std::string_view::npos) continue;
-        const std::string name(argument.substr(0, end));
+        std::string name(argument.substr(0, end));
         const CLI::Option* option = verb.get_option_no_throw(name);
         if (option != nullptr && is_flag(*option)) return name;
     }
