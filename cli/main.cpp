@@ -5,6 +5,7 @@
 #include <map>
 #include <string_view>
 
+#include "base/standard_files.h"
 #include "cli/command.h"
 #include "cli/display_text.h"
 #include "cli/input_file.h"
@@ -147,4 +148,7 @@ int run(int count, char** arguments) {
 
 }  // namespace vpdd::cli
 
-int main(int count, char** arguments) { return vpdd::cli::run(count, arguments); }
+int main(int count, char** arguments) {
+    vpdd::open_missing_standard_files();
+    return vpdd::cli::run(count, arguments);
+}

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "base/file_handle.h"
+#include "base/standard_files.h"
 #include "daemon/exit_code.h"
 #include "daemon/loading.h"
 #include "daemon/messages.h"
@@ -38,6 +39,7 @@ int run(int count, char** arguments) {
 }  // namespace
 
 int main(int count, char** arguments) {
+    vpdd::open_missing_standard_files();
     try {
         return run(count, arguments);
     } catch (const std::exception& error) {

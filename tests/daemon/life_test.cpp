@@ -78,6 +78,17 @@ TEST_F(Life, SigtermEndsItAlsoWhileTheLibraryPauses) {
     EXPECT_EQ(daemon.wait(3s), 0) << daemon.output();
 }
 
+TEST_F(Life, WithoutStandardFilesNothingElseTakesTheirPlace) {
+    const std::string command = "exec " VPDD_PROGRAM " --server /tmp/server.json --state /tmp/state <&- >&- 2>&-";
+    ChildProcess daemon({"/bin/sh", "-c", command}, "/tmp/vpdd.output");
+    ASSERT_TRUE(eventually([] { return ask_status().find("\nstate=ready\n") != std::string::npos; }));
+
+    for (const char* number : {"0", "1", "2"}) {
+        const std::string link = "/proc/" + std::to_string(daemon.id()) + "/fd/" + number;
+        EXPECT_EQ(std::filesystem::read_symlink(link), "/dev/null");
+    }
+}
+
 TEST_F(Life, BeforeTheFirstInventoryOnlyTheStatusIsTold) {
     DaemonProcess daemon(arguments({"--real-time"}));
     ASSERT_TRUE(eventually([] { return ask_status().find("state=starting") != std::string::npos; }));
