@@ -1,11 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cli/status.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <nlohmann/json.hpp>
 #include <ostream>
 #include <stdexcept>
+#include <system_error>
 
+#include "base/file_handle.h"
 #include "cli/activity_log.h"
 #include "cli/cached_records.h"
 #include "cli/display_text.h"
@@ -29,6 +35,25 @@ constexpr int smbios_unreadable = 64;
 constexpr int fru_unreadable = -10;
 
 constexpr const char* unchanged = "unchanged";
+
+/// One pass at a time: of two that restore the same log before either has written to it, both would find the same
+/// changes. The private /tmp lies in the state directory; the lock ends with the process at the latest.
+class OnePass {
+public:
+    OnePass() : file_(open("/tmp/vpdctl.lock", O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600)) {
+        int result = file_.get() < 0 ? -1 : 0;
+        if (result == 0) {
+            do {
+                result = flock(file_.get(), LOCK_EX);
+            } while (result != 0 && errno == EINTR);
+        }
+        if (result != 0)
+            throw std::system_error(errno, std::generic_category(), "the state directory cannot be locked");
+    }
+
+private:
+    const vpdd::ScopedFd file_;
+};
 
 void update_status(int mode) {
     const int result = UpdateComponentStatus(mode);
@@ -165,6 +190,7 @@ Json component_status_json(const ComponentStatus& component) {
 ServerStatus take_status(std::ostream* log) {
     ServerStatus status;
     const LibraryOutput kept_apart(log);
+    const OnePass alone;
     update_status(restore_from_log);
     status.is_complete = update_cache();
     const Snapshot before;

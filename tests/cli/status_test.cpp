@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <future>
 
 #include "vpdctl_process.h"
 
@@ -94,6 +95,21 @@ TEST_F(Status, OfANewServerInstallsWhatIsThere) {
     EXPECT_EQ(fan["SerialNumber"], "FN1");
     EXPECT_THAT(fan["Since"].get<std::string>(), MatchesRegex("20..-..-..T..:..:..Z"));
     EXPECT_EQ(named(json["Components"], "Fan 2")["Presence"], "absent");
+}
+
+TEST_F(Status, OfManyAtOnceRecordsEachChangeOnce) {
+    std::vector<std::future<Outcome>> runs(6);
+    for (auto& run : runs) {
+        run = std::async(std::launch::async, [this] { return vpdctl(with_server({"status"})); });
+    }
+
+    for (auto& run : runs) {
+        const Outcome outcome = run.get();
+        EXPECT_EQ(outcome.code, exit_ok);
+        EXPECT_EQ(outcome.err, "");
+    }
+    EXPECT_THAT(log(), SizeIs(installed_at_first));
+    EXPECT_THAT(history(), SizeIs(installed_at_first));
 }
 
 TEST_F(Status, DoesNotChangeByItself) {
