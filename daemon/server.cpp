@@ -52,7 +52,10 @@ void Server::pause() {
 
 void Server::admit(int fd) {
     const ucred peer = peer_of(fd);
-    const bool has_place = has_place_for(peer) && (sessions_.size() < most_clients_ || make_place());
+    const auto is_same_user = [&](const ClientSession& session) { return session.peer().uid == peer.uid; };
+    const auto is_anybody = [](const ClientSession&) { return true; };
+    const bool has_place = (!has_all_its_places(peer) || make_place(is_same_user)) &&
+                           (sessions_.size() < most_clients_ || make_place(is_anybody));
     if (!has_place) {
         close(fd);
         return;
@@ -61,17 +64,20 @@ void Server::admit(int fd) {
 }
 
 /// One unprivileged user never takes more than half of the places.
-bool Server::has_place_for(const ucred& peer) const {
-    if (may_change(peer)) return true;
+bool Server::has_all_its_places(const ucred& peer) const {
+    if (may_change(peer)) return false;
     const auto is_same_user = [&](const ClientSession& session) { return session.peer().uid == peer.uid; };
     const auto count = static_cast<std::size_t>(std::ranges::count_if(sessions_, is_same_user));
-    return count < std::max<std::size_t>(most_clients_ / 2, 1);
+    return count >= std::max<std::size_t>(most_clients_ / 2, 1);
 }
 
 /// Who has kept a place longest without having asked anything loses it, then who has waited longest for a change.
-bool Server::make_place() {
-    const auto oldest = [this](auto is_meant) {
-        return std::ranges::find_if(sessions_, is_meant);  // they stand in the order in which they came
+template <class Condition>
+bool Server::make_place(Condition may_lose_its_place) {
+    // They stand in the order in which they came.
+    const auto oldest = [&](auto is_meant) {
+        return std::ranges::find_if(
+            sessions_, [&](const ClientSession& session) { return may_lose_its_place(session) && is_meant(session); });
     };
     auto loser = oldest([](const ClientSession& session) { return session.is_reading(); });
     if (loser == sessions_.end()) {

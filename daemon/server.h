@@ -29,8 +29,10 @@ public:
 private:
     void on_connection();
     void admit(int fd);
-    bool has_place_for(const ucred& peer) const;
-    bool make_place();
+    bool has_all_its_places(const ucred& peer) const;
+    /// @param may_lose_its_place which sessions are considered
+    template <class Condition>
+    bool make_place(Condition may_lose_its_place);
     void pause();
 
     const EventLoop& loop_;

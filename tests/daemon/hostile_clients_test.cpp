@@ -184,6 +184,20 @@ TEST_F(HostileClients, AnotherUserNeverHasMoreThanHalfOfThePlaces) {
     EXPECT_EQ(code, 4);
 }
 
+TEST_F(HostileClients, OfAnotherUsersClientsTheOldestSilentOneLosesItsPlace) {
+    start({"--clients", "8"});
+
+    const int code = as_another_user([] {
+        const std::vector<Connection> silent(4);
+        const bool is_answered = ask("components\n").data.size() == 4 * 1512;
+        if (!is_answered) return 1;
+        if (!silent[0].is_closed_by_daemon(1s)) return 2;
+        return silent[1].is_closed_by_daemon(0ms) ? 3 : 0;
+    });
+    if (code == 77) GTEST_SKIP() << "this machine lets the test be no other user";
+    EXPECT_EQ(code, 0);
+}
+
 TEST_F(HostileClients, TheDaemonsOwnUserMayChangeThings) {
     start();
 
