@@ -8,6 +8,7 @@
 #include <array>
 #include <csignal>
 #include <ctime>
+#include <memory>
 #include <system_error>
 
 #include "daemon/answers.h"
@@ -49,6 +50,8 @@ private:
     void answer_pending();
     void answer_firmware(const FirmwareReader::Finding& finding);
     void answer_from_holdings(ClientSession& session, const Request& request, std::size_t room);
+    std::unique_ptr<ServerSocket> new_socket() const;
+    void renew_socket();
     void stop_threads();
 
     const Options& options_;
@@ -60,7 +63,8 @@ private:
     SignalWatch terminate_{loop_, SIGTERM, [this] { is_stopping_ = true; }};
     SignalWatch interrupt_{loop_, SIGINT, [this] { is_stopping_ = true; }};
     SignalWatch hang_up_{loop_, SIGHUP, [this] { on_reload(); }};
-    ServerSocket socket_;
+    const SocketLock socket_lock_;
+    std::unique_ptr<ServerSocket> socket_;
     const ScopedFd wake_{new_wake_descriptor()};
     Holdings holdings_;
     Keeper keeper_;
@@ -73,16 +77,33 @@ Daemon::Daemon(const Options& options, const VpddPlatformLibrary& platform, cons
     : options_(options),
       platform_(platform),
       program_(program),
-      socket_(options.socket_path, options.socket_mode, options.socket_group),
+      socket_lock_(options.socket_path),
+      socket_(new_socket()),
       keeper_(platform, {options.poll_interval, options.refresh_interval}, program.write_message,
               [this] { eventfd_write(wake_.get(), 1); }),
-      server_(loop_, socket_.fd(), options.most_clients,
+      server_(loop_, socket_->fd(), options.most_clients,
               {[this](ClientSession& session, const Request& request, std::size_t room) {
                    on_request(session, request, room);
                },
                [this](ClientSession& session) { on_late(session); }}) {
     holdings_.platform = platform.name;
     holdings_.started = time(nullptr);
+}
+
+std::unique_ptr<ServerSocket> Daemon::new_socket() const {
+    return std::make_unique<ServerSocket>(options_.socket_path, options_.socket_mode, options_.socket_group);
+}
+
+/// Somebody who cleans up /tmp has removed it. Who is connected stays so.
+void Daemon::renew_socket() {
+    try {
+        auto fresh = new_socket();
+        server_.listen_at(fresh->fd());
+        socket_ = std::move(fresh);
+        program_.write_message(LOG_WARNING, (options_.socket_path + " was removed; it is there again").c_str());
+    } catch (const SocketError& error) {
+        program_.write_message(LOG_ERR, error.what());
+    }
 }
 
 bool Daemon::open_platform() {
@@ -119,7 +140,8 @@ void Daemon::stop_threads() {
         return;
     }
     program_.write_message(LOG_ERR, "the platform does not come back: ending without it");
-    socket_.remove();
+    socket_->remove();
+    socket_lock_.remove();
     _exit(exit_ok);
 }
 
@@ -127,6 +149,7 @@ void Daemon::on_wake() {
     eventfd_t ignored = 0;
     eventfd_read(wake_.get(), &ignored);
     for (const PassResult& result : keeper_.take()) take(result);
+    if (socket_->is_missing()) renew_socket();
     answer_pending();
     for (const FirmwareReader::Finding& finding : firmware_reader_.take()) answer_firmware(finding);
 }

@@ -29,8 +29,14 @@ Server::Server(const EventLoop& loop, int listening, std::size_t most_clients, C
       listening_(listening),
       most_clients_(most_clients),
       handler_(std::move(handler)),
-      watch_(loop, listening, EPOLLIN, [this](uint32_t) { on_connection(); }),
-      resumption_(loop, [this] { watch_.set_events(EPOLLIN); }) {}
+      resumption_(loop, [this] { watch_->set_events(EPOLLIN); }) {
+    listen_at(listening);
+}
+
+void Server::listen_at(int listening) {
+    listening_ = listening;
+    watch_.emplace(loop_, listening, EPOLLIN, [this](uint32_t) { on_connection(); });
+}
 
 void Server::on_connection() {
     for (int i = 0; i < connections_at_once; ++i) {
@@ -46,7 +52,7 @@ void Server::on_connection() {
 
 /// Without descriptors the waiting connection would wake the loop again and again.
 void Server::pause() {
-    watch_.set_events(0);
+    watch_->set_events(0);
     resumption_.start(pause_without_descriptors);
 }
 

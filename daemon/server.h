@@ -3,6 +3,7 @@
 #pragma once
 
 #include <list>
+#include <optional>
 
 #include "daemon/client_session.h"
 
@@ -12,6 +13,9 @@ class Server {
 public:
     /// @param listening a socket that listens, for as long as the server lives
     Server(const EventLoop& loop, int listening, std::size_t most_clients, ClientSession::Handler handler);
+
+    /// At another socket from now on. Not from within its own callbacks; the former socket is still open.
+    void listen_at(int listening);
 
     std::size_t client_count() const { return sessions_.size(); }
 
@@ -36,11 +40,11 @@ private:
     void pause();
 
     const EventLoop& loop_;
-    const int listening_;
+    int listening_;
     const std::size_t most_clients_;
     const ClientSession::Handler handler_;
     std::list<ClientSession> sessions_;
-    DescriptorWatch watch_;
+    std::optional<DescriptorWatch> watch_;
     Timer resumption_;
 };
 

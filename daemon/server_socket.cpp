@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <grp.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -91,25 +92,49 @@ void remove_left_over(const std::string& path) {
     remove_dead(path, *found);
 }
 
+/// The file that is locked is the one at the path; a daemon that ends takes it away under whoever waits for it.
+bool is_still_there(int fd, const std::string& path) {
+    struct stat held {};
+    if (fstat(fd, &held) != 0) return false;
+    const auto found = look_at(path);
+    return found && is_same_file(*found, held);
+}
+
+int locked_file(const std::string& path) {
+    constexpr int attempts = 10;
+    for (int i = 0; i < attempts; ++i) {
+        const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+        if (fd < 0) fail(path, "is in the way: " + system_reason());
+        const bool is_locked = flock(fd, LOCK_EX | LOCK_NB) == 0;
+        if (is_locked && is_still_there(fd, path)) return fd;
+        close(fd);
+        if (!is_locked) fail(path, "another vpdd serves it");
+    }
+    fail(path, "is removed again and again");
+}
+
 gid_t group_id(const std::string& name) {
     const struct group* entry = getgrnam(name.c_str());
     if (entry == nullptr) throw SocketError("there is no group " + name);
     return entry->gr_gid;
 }
 
-/// The socket never has other permissions than these, not even for a moment. No thread runs yet that has files to make.
+/// The socket never has more permissions than these, not even for a moment: it is bound with what the file mask leaves
+/// of them. The mask itself stays, since other threads may be making files.
 void bind_with_mode(int fd, const std::string& path, uint32_t mode) {
-    constexpr mode_t all = 0777;
     const sockaddr_un address = address_of(path);
-    const mode_t former = umask(all & ~mode);
-    const int result = bind(fd, general(address), sizeof address);
-    const int reason = errno;
-    umask(former);
-    if (result == 0) return;
-    fail(path, reason == EADDRINUSE ? "another vpdd serves it" : std::strerror(reason));
+    if (fchmod(fd, mode) != 0) fail(path, system_reason());
+    if (bind(fd, general(address), sizeof address) == 0) return;
+    fail(path, errno == EADDRINUSE ? "another vpdd serves it" : system_reason());
 }
 
 }  // namespace
+
+SocketLock::SocketLock(const std::string& socket_path) : path_(socket_path + ".lock"), fd_(locked_file(path_)) {}
+
+void SocketLock::remove() const {
+    if (is_still_there(fd_.get(), path_)) unlink(path_.c_str());
+}
 
 ServerSocket::ServerSocket(const std::string& path, uint32_t mode, const std::string& group)
     : path_(path), fd_(new_socket()) {
@@ -121,7 +146,13 @@ ServerSocket::ServerSocket(const std::string& path, uint32_t mode, const std::st
     if (!group.empty() && lchown(path.c_str(), static_cast<uid_t>(-1), group_id(group)) != 0) {
         fail(path, "group " + group + ": " + system_reason());
     }
+    if (fchmodat(AT_FDCWD, path.c_str(), mode, AT_SYMLINK_NOFOLLOW) != 0) fail(path, system_reason());
     if (listen(fd_.get(), waiting_connections) != 0) fail(path, system_reason());
+}
+
+bool ServerSocket::is_missing() const {
+    struct stat found {};
+    return lstat(path_.c_str(), &found) != 0 && errno == ENOENT;
 }
 
 void ServerSocket::remove() const {

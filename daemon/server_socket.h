@@ -17,8 +17,28 @@ public:
 };
 
 /**
- * Listens at a path, alone. The socket that a dead daemon left is replaced; a live daemon's, and whatever else is in
- * its place, stays.
+ * The right to serve a path, for as long as the object lives. It stands in a locked file beside the socket, so that it
+ * outlives the removal of the socket and ends with the process.
+ */
+class SocketLock {
+public:
+    /// @throws SocketError
+    explicit SocketLock(const std::string& socket_path);
+    ~SocketLock() { remove(); }
+    SocketLock(const SocketLock&) = delete;
+    SocketLock& operator=(const SocketLock&) = delete;
+
+    /// Only at the end: the file must not be made anew while somebody still holds it.
+    void remove() const;
+
+private:
+    const std::string path_;
+    const vpdd::ScopedFd fd_;
+};
+
+/**
+ * Listens at a path, alone: the caller holds its lock. The socket that a dead daemon left is replaced; a live daemon's,
+ * and whatever else is in its place, stays.
  */
 class ServerSocket {
 public:
@@ -34,6 +54,8 @@ public:
     ServerSocket& operator=(const ServerSocket&) = delete;
 
     int fd() const { return fd_.get(); }
+    /// Somebody has removed the socket from its path, and nothing else is there.
+    bool is_missing() const;
     void remove() const;
 
 private:

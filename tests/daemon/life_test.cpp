@@ -151,6 +151,35 @@ TEST_F(Life, ASecondDaemonIsRefusedAndTheFirstOneServesOn) {
     EXPECT_THAT(serial_numbers(), SizeIs(4));
 }
 
+TEST_F(Life, ASocketThatSomebodyRemovesIsMadeAnew) {
+    DaemonProcess daemon(arguments());
+    ASSERT_TRUE(daemon.becomes_ready());
+    const Connection waiting;
+    waiting.send(request("changes 2 1\n", 1 << 16));
+
+    std::filesystem::remove(daemon_socket);
+
+    EXPECT_TRUE(eventually([] { return std::filesystem::exists(daemon_socket); }));
+    EXPECT_THAT(serial_numbers(), SizeIs(4));
+    EXPECT_EQ(std::filesystem::status(daemon_socket).permissions(), std::filesystem::perms(0666));
+    EXPECT_EQ(waiting.receive().word, VPDD_REPLY_OK);
+    daemon.send_signal(SIGTERM);
+    EXPECT_EQ(daemon.wait(), 0) << daemon.output();
+    EXPECT_FALSE(std::filesystem::exists(daemon_socket));
+    EXPECT_FALSE(std::filesystem::exists("/tmp/vpdd.sock.lock"));
+}
+
+TEST_F(Life, ASecondDaemonIsRefusedAlsoWhenTheSocketWasRemoved) {
+    DaemonProcess first({"--server", "/tmp/server.json", "--state", "/tmp/state", "--poll", "60"});
+    ASSERT_TRUE(first.becomes_ready());
+    std::filesystem::remove(daemon_socket);
+
+    DaemonProcess second(arguments(), "/tmp/second.output");
+
+    EXPECT_EQ(second.wait(), exit_no_socket);
+    EXPECT_THAT(second.output(), HasSubstr("another vpdd serves it"));
+}
+
 TEST_F(Life, APlantedLinkIsNeitherFollowedNorRemoved) {
     std::ofstream("/tmp/precious") << "precious";
     std::filesystem::create_symlink("/tmp/precious", daemon_socket);
