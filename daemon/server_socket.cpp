@@ -95,9 +95,8 @@ void remove_left_over(const std::string& path) {
 /// The file that is locked is the one at the path; a daemon that ends takes it away under whoever waits for it.
 bool is_still_there(int fd, const std::string& path) {
     struct stat held {};
-    if (fstat(fd, &held) != 0) return false;
-    const auto found = look_at(path);
-    return found && is_same_file(*found, held);
+    struct stat found {};
+    return fstat(fd, &held) == 0 && lstat(path.c_str(), &found) == 0 && is_same_file(found, held);
 }
 
 int locked_file(const std::string& path) {
