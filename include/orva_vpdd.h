@@ -644,9 +644,9 @@ int log_inventory(StatusList* list);
 void log_write_node(FILE* stream, const ComponentVpdRecord* record);
 
 /**
- * @brief Rewrite the log with `record` added. The log must exist. "/tmp/vpdd_lock" is taken once the log has been backed
- *        up and truncated. Waits up to 30 seconds for another rewrite of this or another process. Writes nothing, and says
- *        so in the system log, when that one does not end, or when log or backup cannot be read or made.
+ * @brief Rewrite the log with `record` added. The log must exist. "/tmp/vpdd_lock" is taken once the log has been
+ * backed up and truncated. Waits up to 30 seconds for another rewrite of this or another process. Writes nothing, and
+ * says so in the system log, when that one does not end, or when log or backup cannot be read or made.
  * @param mode 0 append; 1 first close the newest open entry of the same FRU id
  */
 void log_update(const ComponentVpdRecord* record, int mode);

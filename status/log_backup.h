@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The copy of the activity log that is there while it is rewritten. The platform's shell makes it, puts it back and
-// removes it; where the shell fails, or has not done what it says, the files are handled directly: no failure may cost the
-// log its entries.
+// removes it; where the shell fails, or has not done what it says, the files are handled directly: no failure may cost
+// the log its entries.
 #pragma once
 
 #include "orva_vpdd.h"
