@@ -63,7 +63,7 @@ void free_nodes(List& list) {
 /// A list whose nodes are freed with it.
 template <class List>
 struct OwnedList : List {
-    OwnedList() : List{} {}
+    OwnedList() { this->head = this->tail = nullptr; }
     ~OwnedList() { free_nodes<List>(*this); }
     OwnedList(const OwnedList&) = delete;
     OwnedList& operator=(const OwnedList&) = delete;

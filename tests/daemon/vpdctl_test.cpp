@@ -89,7 +89,8 @@ TEST_F(Vpdctl, SaysOnATerminalThatTheDaemonDoesNotAnswer) {
     DaemonProcess daemon(arguments());
     ASSERT_TRUE(daemon.becomes_ready());
     daemon.send_signal(SIGSTOP);
-    ChildProcess status({"/usr/bin/script", "-qec", VPDCTL_PROGRAM " status", "/dev/null"}, "/tmp/status.output");
+    ChildProcess status({"/usr/bin/script", "-qec", std::string(VPDCTL_PROGRAM) + " status", "/dev/null"},
+                        "/tmp/status.output");
 
     EXPECT_TRUE(eventually([&] { return status.output().find("vpdd has not answered yet") != std::string::npos; }));
 
@@ -102,8 +103,8 @@ TEST_F(Vpdctl, EndsSilentlyWhenNobodyTakesItsOutput) {
     DaemonProcess daemon(arguments());
     ASSERT_TRUE(daemon.becomes_ready());
     // A pipe whose reading end is closed.
-    const std::string command = "rm -f /tmp/pipe; mkfifo /tmp/pipe; exec 4<>/tmp/pipe 5>/tmp/pipe 4<&-; " VPDCTL_PROGRAM
-                                " status >&5; echo ended with $?";
+    const std::string command = "rm -f /tmp/pipe; mkfifo /tmp/pipe; exec 4<>/tmp/pipe 5>/tmp/pipe 4<&-; " +
+                                std::string(VPDCTL_PROGRAM) + " status >&5; echo ended with $?";
 
     ChildProcess shell({"/bin/sh", "-c", command}, "/tmp/shell.output");
 
